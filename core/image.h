@@ -1,0 +1,38 @@
+// The image record and the library-wide handle table.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "pix95.h"
+
+namespace pix {
+
+using Image = tPIX_Image;
+
+inline constexpr uint32_t kMaxImageHandle = 65535;
+
+// The handle table: slot 0 is never used, an empty slot is null.  Handles
+// are handed out lowest first; `lowest_free` only remembers where the search
+// may start, so creating many images stays linear.
+struct ImageTable {
+  std::array<Image*, kMaxImageHandle + 1> slots{};
+  uint32_t lowest_free = 1;
+};
+ImageTable& image_table() noexcept;
+
+// The record of an ordinary handle, or null for 0, a pseudo-handle, a handle
+// beyond the table or an empty slot.
+Image* find_image(uint32_t handle) noexcept;
+
+// Bytes of one pixel as line lengths count them: depth 15 counts 2, depth 1 counts 0.
+constexpr uint32_t pixel_bytes(uint32_t depth) { return (depth + 1) >> 3; }
+
+// Copies a NUL-terminated text into a 128-byte record field, cut to fit.
+void copy_name(char (&field)[PIX_NAME_LENGTH], const char* text) noexcept;
+
+// Runs the image check and reports a failure under `function` with `message`
+// (callers pass "Corrupt image" or their own variant).
+uint32_t check_reported(uint32_t handle, const char* function, const char* message = "Corrupt image");
+
+}  // namespace pix

@@ -1,0 +1,41 @@
+#include "test_support.h"
+
+namespace pixtest {
+namespace {
+std::vector<Report>& captured() {
+  static std::vector<Report> list;
+  return list;
+}
+uint32_t PIX_CALL capture(const char* function, uint32_t code, const char* message) {
+  captured().push_back({function ? function : "", code, message ? message : ""});
+  return 0;
+}
+}  // namespace
+
+void LibraryTest::SetUp() {
+  captured().clear();
+  ASSERT_EQ(KVB_err_set_reporting(1, &capture), 0u);
+}
+
+void LibraryTest::TearDown() {
+  PIX_image_destroy(PIX_ALL_IMAGES);
+  KVB_err_set_reporting(1, nullptr);
+  captured().clear();
+}
+
+std::vector<Report>& LibraryTest::reports() { return captured(); }
+
+Report LibraryTest::last_report() { return captured().empty() ? Report{"", 0, ""} : captured().back(); }
+
+uint32_t make_image(uint16_t format, uint32_t width, uint32_t height, uint32_t lines_this_strip) {
+  const uint32_t h = PIX_image_create();
+  if (PIX_IS_ERROR(h)) return h;
+  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, format);
+  PIX_image_set_parameter(h, PIX_IMAGE_WIDTH, width);
+  PIX_image_set_parameter(h, PIX_IMAGE_HEIGHT, height);
+  PIX_image_set_parameter(h, PIX_LINES_THIS_STRIP, lines_this_strip);
+  PIX_image_check(h);
+  return h;
+}
+
+}  // namespace pixtest

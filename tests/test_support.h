@@ -1,0 +1,34 @@
+// Helpers shared by the test programs.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "pix95.h"
+
+namespace pixtest {
+
+struct Report {
+  std::string function;
+  uint32_t code;
+  std::string message;
+};
+
+// Installs a handler that records every report; restores silence and
+// destroys every image, table and object when the test ends.
+class LibraryTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  std::vector<Report>& reports();
+  // The last report, or a blank one when there was none.
+  Report last_report();
+};
+
+// An image described by format, width and height (and checked).
+uint32_t make_image(uint16_t format, uint32_t width, uint32_t height, uint32_t lines_this_strip = 0);
+
+}  // namespace pixtest
