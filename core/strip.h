@@ -63,17 +63,22 @@ uint32_t advance(Progress& progress, Image& counted, uint16_t command, Work&& wo
 // Steps 4 to 7 for a function with an input and an output image: on the
 // first call `set_up` prepares the output (its error is returned and the
 // function stays idle); each strip then gives the output the input's strip
-// size (or what `out_lines` makes of it) and runs `work`.
+// size (or what `out_lines` makes of it) and runs `work`.  An output handle
+// that names nothing is reported under `function`.
 template <class SetUp, class Work>
-uint32_t run(Progress& progress, uint16_t busy_state, Image& in, Image& out, uint16_t command,
-             SetUp&& set_up, Work&& work, uint32_t (*out_lines)(uint32_t) = nullptr) {
+uint32_t run(Progress& progress, const char* function, uint16_t busy_state, uint32_t in, uint32_t out,
+             uint16_t command, SetUp&& set_up, Work&& work, uint32_t (*out_lines)(uint32_t) = nullptr) {
   if (progress.idle()) {
     progress.lines_done = 0;
     if (uint32_t r = set_up(); is_error(r)) return r;
     progress.state = busy_state;
   }
-  return advance(progress, in, command, work, [&]() -> uint32_t {
-    out.lines_this_strip = out_lines != nullptr ? out_lines(in.lines_this_strip) : in.lines_this_strip;
+  Image* src = find_image(in);
+  Image* dst = find_image(out);
+  if (src == nullptr) return report(function, code::bad_handle, "Input image does not exist");
+  if (dst == nullptr) return report(function, code::bad_handle, "Output image does not exist");
+  return advance(progress, *src, command, work, [&]() -> uint32_t {
+    dst->lines_this_strip = out_lines != nullptr ? out_lines(src->lines_this_strip) : src->lines_this_strip;
     return 0;
   });
 }

@@ -60,7 +60,9 @@ TEST(Exports, ExportedFunctionWorksThroughTheSharedLibrary) {
 #ifdef _WIN32
   HMODULE lib = LoadLibraryA(PIX95_LIBRARY_PATH);
   ASSERT_NE(lib, nullptr);
-  auto id = reinterpret_cast<uint32_t(PIX_CALL*)(uint32_t, uint16_t)>(GetProcAddress(lib, "PIX_image_get_parameter"));
+  // Through void(*)(void), the one function type any function pointer may pass through.
+  auto id = reinterpret_cast<uint32_t(PIX_CALL*)(uint32_t, uint16_t)>(
+      reinterpret_cast<void (*)(void)>(GetProcAddress(lib, "PIX_image_get_parameter")));
 #else
   void* lib = dlopen("./" PIX95_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(lib, nullptr);
