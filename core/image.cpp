@@ -166,6 +166,12 @@ uint32_t check_format(Image& img, uint32_t width) {
   }
 }
 
+template <class Field>
+uint32_t field_or_zero(uint32_t handle, Field Image::*field) {
+  const Image* img = find_image(handle);
+  return img != nullptr ? img->*field : 0;
+}
+
 }  // namespace
 
 ImageTable& image_table() noexcept {
@@ -402,25 +408,14 @@ PIX_API uint32_t PIX_CALL PIX_copy_outfilename(uint32_t to_handle, uint32_t from
 }
 
 // The quick accessors do no checking for the caller: a bad handle reads as 0.
-PIX_API uint32_t PIX_CALL PIX_get_width(uint32_t handle) {
-  const Image* img = find_image(handle);
-  return img != nullptr ? img->width : 0;
-}
-PIX_API uint32_t PIX_CALL PIX_get_height(uint32_t handle) {
-  const Image* img = find_image(handle);
-  return img != nullptr ? img->height : 0;
-}
-PIX_API uint32_t PIX_CALL PIX_get_depth(uint32_t handle) {
-  const Image* img = find_image(handle);
-  return img != nullptr ? img->depth : 0;
-}
+PIX_API uint32_t PIX_CALL PIX_get_width(uint32_t handle) { return field_or_zero(handle, &Image::width); }
+PIX_API uint32_t PIX_CALL PIX_get_height(uint32_t handle) { return field_or_zero(handle, &Image::height); }
+PIX_API uint32_t PIX_CALL PIX_get_depth(uint32_t handle) { return field_or_zero(handle, &Image::depth); }
 PIX_API uint32_t PIX_CALL PIX_get_bytes_per_line(uint32_t handle) {
-  const Image* img = find_image(handle);
-  return img != nullptr ? img->bytes_per_line : 0;
+  return field_or_zero(handle, &Image::bytes_per_line);
 }
 PIX_API uint32_t PIX_CALL PIX_get_lines_this_strip(uint32_t handle) {
-  const Image* img = find_image(handle);
-  return img != nullptr ? img->lines_this_strip : 0;
+  return field_or_zero(handle, &Image::lines_this_strip);
 }
 
 PIX_API uint32_t PIX_CALL PIX_image_calc_skip_bytes(uint32_t width, uint32_t depth, uint32_t align) {

@@ -1,0 +1,113 @@
+// Every exported function built so far, given handles that name nothing,
+// pseudo-handles where none is allowed, zero sizes and null pointers where a
+// caller could pass them: the stated code comes back and nothing crashes.
+#include "core/status.h"
+#include "test_support.h"
+
+namespace {
+
+using pixtest::LibraryTest;
+
+class BadInput : public LibraryTest {};
+
+constexpr uint32_t kBadHandles[] = {0u, 1u, 2u, 999u, 65535u, 65536u, PIX_ALL_IMAGES, PIX_CHECK_IMAGES, 0xFFFFFFFFu};
+
+TEST_F(BadInput, ImageFunctionsReportABadHandle) {
+  const uint32_t good = pixtest::make_image(PIX_Y8, 4, 4, 4);
+  ASSERT_EQ(good, 1u);  // handle 1 is taken; 2 and the rest name nothing
+  for (uint32_t h : kBadHandles) {
+    if (h == good) continue;
+    SCOPED_TRACE(h);
+    EXPECT_EQ(PIX_image_get_parameter(h, PIX_IMAGE_WIDTH), 0x10010000u);
+    EXPECT_EQ(PIX_image_set_parameter(h, PIX_IMAGE_WIDTH, 1), 0x10010000u);
+    EXPECT_EQ(PIX_image_get_flags(h, 1), 0x10010000u);
+    if (h != PIX_ALL_IMAGES) {
+      EXPECT_EQ(PIX_image_set_flags(h, 1, 1), 0x10010000u);
+    }
+    EXPECT_EQ(PIX_image_get_ptr(h, PIX_PTR_DATA), nullptr);
+    EXPECT_EQ(PIX_image_set_ptr(h, PIX_PTR_DATA, nullptr), 0x10010000u);
+    EXPECT_EQ(PIX_image_get_infilename(h), nullptr);
+    EXPECT_EQ(PIX_image_get_outfilename(h), nullptr);
+    EXPECT_EQ(PIX_image_set_infilename(h, "x"), 0x10010000u);
+    EXPECT_EQ(PIX_image_set_outfilename(h, nullptr), 0x10010000u);
+    EXPECT_EQ(PIX_copy_outfilename(h, good), 0u);
+    EXPECT_EQ(PIX_copy_outfilename(good, h), 0u);
+    EXPECT_EQ(PIX_get_width(h) | PIX_get_height(h) | PIX_get_depth(h) | PIX_get_bytes_per_line(h) |
+                  PIX_get_lines_this_strip(h),
+              0u);
+    EXPECT_EQ(PIX_image_check(h), 0x10030000u);
+    EXPECT_EQ(PIX_image_is_colour(h), 0x10010000u);
+    EXPECT_EQ(PIX_image_malloc_a_strip(h), 0x10030000u);
+    EXPECT_EQ(PIX_malloc_N_lines(h, 4), nullptr);
+    EXPECT_EQ(PIX_image_free_data(h), 0x10010000u);
+    EXPECT_EQ(PIX_image_copy_parameters(h, good), 0x10010000u);
+    EXPECT_EQ(PIX_image_copy_parameters(good, h), 0x10010000u);
+    EXPECT_EQ(PIX_image_copy(h, good), 0x10030000u);
+    EXPECT_EQ(PIX_image_move(h, good), 0x10010000u);
+    EXPECT_EQ(PIX_image_move(good, h), 0x10010000u);
+    EXPECT_EQ(PIX_image_calc_total_strips(h), 0x10010000u);
+    EXPECT_EQ(PIX_cmap_copy(h, good), 0x10010000u);
+    EXPECT_EQ(PIX_cmap_is_grayscale(h), 0x10010000u);
+    EXPECT_EQ(PIX_cmap_destroy_info(h), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_get_parameter(h, PIX_JPEG_COMPONENTS), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_get_file_ptr(h), nullptr);
+    EXPECT_EQ(PIX_JPEG_set_file_ptr(h, nullptr), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_free_data(h), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_destroy_Tjpeg(h), 0u);
+    EXPECT_EQ(PIX_JPEG_copy_parameters(h, good), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_malloc_data(h), 0x10030000u);
+    EXPECT_EQ(PIX_JPEG_malloc_N_bytes_data(h, 10), 0x10030000u);
+    EXPECT_EQ(PIX_JPEG_set_image(h, good), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_set_image(good, h), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_build_image(h, good, 3), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_sequence_build(0, h), 0x10010000u);
+  }
+  // Destroying a handle that names nothing is no error.
+  EXPECT_EQ(PIX_image_destroy(999), 0u);
+  EXPECT_EQ(PIX_image_destroy(0xFFFFFFFFu), 0u);
+  // The one image is untouched by all this.
+  EXPECT_EQ(PIX_get_width(good), 4u);
+}
+
+TEST_F(BadInput, PlainImagesAreNotJpegImages) {
+  const uint32_t plain = pixtest::make_image(PIX_Y8, 4, 4, 4);
+  EXPECT_EQ(PIX_JPEG_get_parameter(plain, PIX_JPEG_COMPONENTS), 0x10010000u);
+  EXPECT_EQ(last_report().message, "Not a JPEG image");
+  EXPECT_EQ(PIX_JPEG_malloc_data(plain), 0x10010000u);
+  EXPECT_EQ(PIX_JPEG_sequence_build(plain, plain), 0x10010000u);
+  EXPECT_EQ(PIX_JPEG_free_data(plain), 0u);  // nothing to free
+}
+
+TEST_F(BadInput, ObjectTablesTakeAnyHandle) {
+  for (uint32_t h : kBadHandles) {
+    SCOPED_TRACE(h);
+    EXPECT_EQ(PIX_LUT_get_ptr(h, PIX_LUT_GREY), nullptr);
+    EXPECT_EQ(PIX_LUT_destroy(h), 0u);
+    EXPECT_EQ(PIX_CK_destroy(h), 0u);
+    EXPECT_EQ(PIX_CK_get_parameter(h, PIX_CK_HUE_CENTRE), 0x10010000u);
+    EXPECT_EQ(PIX_CK_set_parameter(h, PIX_CK_HUE_CENTRE, 1), 0x10010000u);
+    EXPECT_EQ(PIX_display_destroy(h), 0u);
+  }
+  for (uint16_t type : {0, 199, 206, 0xFFFF}) EXPECT_EQ(PIX_image_conv_LUT_destroy(type), 0x10140000u);
+}
+
+TEST_F(BadInput, ZeroSizesAndNullPointers) {
+  // A zero-sized image is valid; its strip is empty.
+  const uint32_t empty = pixtest::make_image(PIX_RGB24, 0, 0, 0);
+  EXPECT_EQ(PIX_image_check(empty), 0u);
+  EXPECT_EQ(PIX_image_malloc_a_strip(empty), 0u);
+  EXPECT_EQ(PIX_image_calc_total_strips(empty), 0u);
+  const uint32_t other = PIX_image_create();
+  EXPECT_EQ(PIX_image_copy(empty, other), 0u);
+  EXPECT_EQ(PIX_image_calc_skip_bytes(0, 0, 0), 0u);
+  EXPECT_EQ(PIX_LUT_create(0, 1), 1u);
+  PIX_LUT_get_ptr(1, PIX_LUT_RED);  // an empty table: any pointer, but no crash
+  // Null texts.
+  EXPECT_EQ(KVB_err_process(nullptr, 0x10010000u, nullptr), 0u);  // the handler gets them as they are
+  EXPECT_EQ(PIX_image_set_outfilename(empty, nullptr), 0u);
+  auto old = pix::set_error_sink([](const char* text) -> uint32_t { return text[0] == '\n' ? 7u : 0u; });
+  EXPECT_EQ(KVB_err_display(nullptr, 0x10010000u, nullptr), 7u);
+  pix::set_error_sink(old);
+}
+
+}  // namespace
