@@ -15,11 +15,6 @@ GeneralLutTable& general_luts() noexcept {
   return table;
 }
 
-GeneralLut* find_general_lut(uint32_t handle) noexcept {
-  if (handle == 0 || handle >= GeneralLutTable::kSlots) return nullptr;
-  return general_luts().slots[handle].get();
-}
-
 }  // namespace pix::convert
 
 namespace {
@@ -39,10 +34,9 @@ extern "C" {
 
 PIX_API uint32_t PIX_CALL PIX_LUT_create(uint32_t entries, uint16_t element_size) {
   static constexpr const char* kName = "PIX_LUT_create";
-  auto& slots = general_luts().slots;
-  uint32_t handle = 1;
-  while (handle < GeneralLutTable::kSlots && slots[handle] != nullptr) ++handle;
-  if (handle == GeneralLutTable::kSlots) return report(kName, code::max_handles);
+  auto& table = general_luts();
+  const uint32_t handle = table.free_handle(GeneralLutTable::kSlots - 1);
+  if (handle == 0) return report(kName, code::max_handles);
   if (element_size == 1 && entries > 256) return report(kName, code::bad_parameter | 1, "too many LUT elements");
   if (element_size == 2 && entries > 65536) return report(kName, code::bad_parameter | 2, "too many LUT elements");
   if (element_size != 1 && element_size != 2) {
@@ -63,7 +57,7 @@ PIX_API uint32_t PIX_CALL PIX_LUT_create(uint32_t entries, uint16_t element_size
         for (uint32_t i = 0; i < entries; ++i) t[i] = static_cast<uint16_t>(i);
       }
     }
-    slots[handle] = std::move(lut);
+    table.slots[handle] = std::move(lut);
   } catch (const std::bad_alloc&) {
     return report(kName, code::out_of_memory);
   }
@@ -71,7 +65,7 @@ PIX_API uint32_t PIX_CALL PIX_LUT_create(uint32_t entries, uint16_t element_size
 }
 
 PIX_API void* PIX_CALL PIX_LUT_get_ptr(uint32_t lut, uint16_t channel) {
-  GeneralLut* record = find_general_lut(lut);
+  GeneralLut* record = general_luts().find(lut);
   const int c = channel_index(channel);
   if (record == nullptr || c < 0) return nullptr;
   if (record->element_size == 1) return record->tables8[c].data();
@@ -79,12 +73,7 @@ PIX_API void* PIX_CALL PIX_LUT_get_ptr(uint32_t lut, uint16_t channel) {
 }
 
 PIX_API uint32_t PIX_CALL PIX_LUT_destroy(uint32_t lut) {
-  auto& slots = general_luts().slots;
-  if (lut == PIX_ALL_IMAGES) {
-    for (auto& slot : slots) slot.reset();
-  } else if (lut < GeneralLutTable::kSlots) {
-    slots[lut].reset();
-  }
+  general_luts().destroy(lut);
   return 0;
 }
 

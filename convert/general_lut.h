@@ -4,8 +4,9 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
 #include <vector>
+
+#include "core/handle_table.h"
 
 namespace pix::convert {
 
@@ -18,12 +19,8 @@ struct GeneralLut {
   std::array<uint16_t, 6> settings{};
 };
 
-struct GeneralLutTable {
-  static constexpr uint32_t kSlots = 16;  // slot 0 unused
-  std::array<std::unique_ptr<GeneralLut>, kSlots> slots;
-};
-
+// Handles 1..15.
+using GeneralLutTable = HandleTable<GeneralLut, 16>;
 GeneralLutTable& general_luts() noexcept;
-GeneralLut* find_general_lut(uint32_t handle) noexcept;
 
 }  // namespace pix::convert

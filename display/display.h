@@ -1,10 +1,9 @@
 // Display objects, named by handles 1..31.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <memory>
 
+#include "core/handle_table.h"
 #include "pix95.h"
 
 namespace pix::display {
@@ -31,14 +30,9 @@ struct Display {
   uint16_t user_value16 = 0x8000;
 };
 
-struct DisplayTable {
-  // Handles 1..31 are created; destroying every display visits 1..32.
-  static constexpr uint32_t kSlots = 33;
-  static constexpr uint32_t kLastHandle = 31;
-  std::array<std::unique_ptr<Display>, kSlots> slots;
-};
-
+// Handles 1..31 are created; destroying every display visits 1..32.
+using DisplayTable = HandleTable<Display, 33>;
+inline constexpr uint32_t kLastDisplay = 31;
 DisplayTable& displays() noexcept;
-Display* find_display(uint32_t handle) noexcept;
 
 }  // namespace pix::display

@@ -18,36 +18,50 @@ JpegState& jpeg_state() noexcept {
   return state;
 }
 
-uint8_t* allocate_buffer(std::size_t bytes) noexcept {
-  auto* data = static_cast<uint8_t*>(memory::allocate(bytes));
-  if (data != nullptr) {
-    try {
-      jpeg_state().capacities[data] = bytes;
-    } catch (...) {
-      memory::release(data);
-      return nullptr;
-    }
-  }
-  return data;
+std::size_t capacity_of(const Tjpeg& record) noexcept {
+  const auto& buffers = jpeg_state().buffers;
+  const auto it = buffers.find(&record);
+  return it != buffers.end() && it->second.data == record.data ? it->second.capacity : 0;
 }
 
-void release_buffer(uint8_t* data) noexcept {
-  if (data == nullptr) return;
-  jpeg_state().capacities.erase(data);
-  memory::release(data);
+bool attach_new_buffer(Tjpeg& record, std::size_t bytes) {
+  auto* data = static_cast<uint8_t*>(memory::allocate(bytes));
+  if (data == nullptr) return false;
+  try {
+    jpeg_state().buffers.try_emplace(&record);  // may throw: before anything changes
+  } catch (...) {
+    memory::release(data);
+    return false;
+  }
+  if (record.data != nullptr) {
+    const std::size_t old_capacity = capacity_of(record);
+    const bool inside = record.position >= record.data &&
+                        (old_capacity == 0 || record.position <= record.data + old_capacity);
+    if (record.position != nullptr && inside) record.position = data;
+    release_data(record);
+  }
+  record.data = data;
+  jpeg_state().buffers[&record] = {data, bytes};
+  return true;
 }
+
+void release_data(Tjpeg& record) noexcept {
+  memory::release(record.data);
+  record.data = nullptr;
+  jpeg_state().buffers.erase(&record);
+}
+
+void forget(const Tjpeg& record) noexcept { jpeg_state().buffers.erase(&record); }
 
 bool ensure_capacity(Tjpeg& record, std::size_t bytes) {
-  auto& caps = jpeg_state().capacities;
-  auto it = caps.find(record.data);
-  if (it == caps.end() || it->second >= bytes) return true;  // a caller's buffer, or room enough
+  const std::size_t capacity = capacity_of(record);
+  if (capacity == 0 || capacity >= bytes) return true;  // a caller's buffer, or room enough
   const std::ptrdiff_t position = record.position != nullptr ? record.position - record.data : -1;
   auto* grown = static_cast<uint8_t*>(memory::reallocate(record.data, bytes));
   if (grown == nullptr) return false;
-  caps.erase(it);
-  caps[grown] = bytes;
   record.data = grown;
   if (position >= 0) record.position = grown + position;
+  jpeg_state().buffers[&record] = {grown, bytes};
   return true;
 }
 
@@ -73,18 +87,12 @@ Tjpeg* record_of(uint32_t handle, const char* function, uint32_t& result, const 
   return img->jpeg;
 }
 
-// Gives the record a fresh buffer of `size` bytes.  A buffer already there
-// is released first unless the caller owns it (locked image), and the
-// position follows the data to the new buffer's start.
+// Gives the record a fresh buffer of `size` bytes; a buffer already there
+// is released first (the callers keep a locked image's buffer before this).
 uint32_t attach_buffer(Image& img, uint64_t size, const char* function) {
-  Tjpeg& record = *img.jpeg;
-  uint8_t* data = size <= 0xFFFFFFFFull ? allocate_buffer(static_cast<std::size_t>(size)) : nullptr;
-  if (data == nullptr) return report(function, code::out_of_memory | static_cast<uint32_t>(size & 0xFFFF));
-  if (record.data != nullptr) {
-    if (record.position == record.data) record.position = data;
-    release_buffer(record.data);
+  if (size > 0xFFFFFFFFull || !attach_new_buffer(*img.jpeg, static_cast<std::size_t>(size))) {
+    return report(function, code::out_of_memory | static_cast<uint32_t>(size & 0xFFFF));
   }
-  record.data = data;
   return 0;
 }
 
@@ -183,8 +191,7 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_free_data(uint32_t handle) {
   if (img == nullptr) return report("PIX_JPEG_free_data", code::bad_handle);
   if (img->jpeg == nullptr || (img->flags & PIX_FLAG_LOCKED) != 0) return 0;
   Tjpeg& record = *img->jpeg;
-  release_buffer(record.data);
-  record.data = nullptr;
+  release_data(record);
   record.position = nullptr;
   record.length = 0;
   return 0;
@@ -194,6 +201,7 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_destroy_Tjpeg(uint32_t handle) {
   Image* img = find_image(handle);
   if (img == nullptr || img->jpeg == nullptr) return 0;
   if (img->jpeg->data != nullptr) PIX_JPEG_free_data(handle);
+  forget(*img->jpeg);
   memory::release(img->jpeg);
   img->jpeg = nullptr;  // never leave the image pointing at a freed record
   return 0;

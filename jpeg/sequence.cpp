@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "core/image.h"
+#include "core/memory.h"
 #include "core/status.h"
 #include "jpeg_state.h"
 
@@ -17,20 +18,19 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_sequence_build(uint32_t source, uint32_t sequ
   if (seq->jpeg == nullptr) return report(kName, code::bad_handle, "Not a JPEG image");
   Tjpeg& to = *seq->jpeg;
   if (source == 0) {
-    // Trim: move the data into a buffer of exactly its length.
-    uint8_t* trimmed = allocate_buffer(to.length);
-    if (trimmed == nullptr) return report(kName, code::out_of_memory | (to.length & 0xFFFF));
-    if (to.length != 0 && to.data != nullptr) std::memcpy(trimmed, to.data, to.length);
+    // Trim: move the data into a buffer of exactly its length.  A locked
+    // image keeps its own buffer as it is.
+    if ((seq->flags & PIX_FLAG_LOCKED) != 0 && to.data != nullptr) return 0;
     const uint32_t length = to.length;
-    PIX_JPEG_free_data(sequence);
-    if (to.data != nullptr) {
-      // A locked image keeps its own buffer: the trimmed copy is not needed.
-      release_buffer(trimmed);
-      return 0;
+    uint8_t* old = to.data;
+    to.data = nullptr;  // detached: the new buffer is attached without releasing it
+    if (!attach_new_buffer(to, length)) {
+      to.data = old;
+      return report(kName, code::out_of_memory | (length & 0xFFFF));
     }
-    to.data = trimmed;
-    to.position = trimmed;
-    to.length = length;
+    if (length != 0 && old != nullptr) std::memcpy(to.data, old, length);
+    memory::release(old);
+    to.position = to.data;
     return 0;
   }
   const Image* src = find_image(source);

@@ -1,9 +1,9 @@
 // Chroma-key objects, named by handles 1..3.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <memory>
+
+#include "core/handle_table.h"
 
 namespace pix::process {
 
@@ -14,14 +14,9 @@ struct ChromaKey {
   uint16_t luma_half_width = 64;
 };
 
-struct ChromaKeyTable {
-  // Handles 1..3 are handed out; slot 4 exists but creation never uses it.
-  static constexpr uint32_t kSlots = 5;
-  static constexpr uint32_t kLastHandle = 3;
-  std::array<std::unique_ptr<ChromaKey>, kSlots> slots;
-};
-
+// Handles 1..3 are handed out; slot 4 exists but creation never uses it.
+using ChromaKeyTable = HandleTable<ChromaKey, 5>;
+inline constexpr uint32_t kLastChromaKey = 3;
 ChromaKeyTable& chroma_keys() noexcept;
-ChromaKey* find_chroma_key(uint32_t handle) noexcept;
 
 }  // namespace pix::process

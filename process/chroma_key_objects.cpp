@@ -1,6 +1,4 @@
 // Chroma-key objects: creation, parameters and destruction.
-#include <new>
-
 #include "chroma_key.h"
 #include "core/status.h"
 
@@ -12,11 +10,6 @@ namespace pix::process {
 ChromaKeyTable& chroma_keys() noexcept {
   static ChromaKeyTable table;
   return table;
-}
-
-ChromaKey* find_chroma_key(uint32_t handle) noexcept {
-  if (handle == 0 || handle >= ChromaKeyTable::kSlots) return nullptr;
-  return chroma_keys().slots[handle].get();
 }
 
 }  // namespace pix::process
@@ -36,31 +29,16 @@ uint16_t* parameter(ChromaKey& ck, uint16_t id) {
 extern "C" {
 
 PIX_API uint32_t PIX_CALL PIX_CK_create(void) {
-  auto& slots = chroma_keys().slots;
-  for (uint32_t h = 1; h <= ChromaKeyTable::kLastHandle; ++h) {
-    if (slots[h] != nullptr) continue;
-    try {
-      slots[h] = std::make_unique<ChromaKey>();
-    } catch (const std::bad_alloc&) {
-      return report("PIX_CK_create", code::out_of_memory);
-    }
-    return h;
-  }
-  return report("PIX_CK_create", code::max_handles);
+  return chroma_keys().create(kLastChromaKey, "PIX_CK_create");
 }
 
 PIX_API uint32_t PIX_CALL PIX_CK_destroy(uint32_t handle) {
-  auto& slots = chroma_keys().slots;
-  if (handle == PIX_ALL_IMAGES) {
-    for (uint32_t h = 1; h < ChromaKeyTable::kSlots; ++h) slots[h].reset();
-  } else if (handle < ChromaKeyTable::kSlots) {
-    slots[handle].reset();
-  }
+  chroma_keys().destroy(handle);
   return 0;
 }
 
 PIX_API uint32_t PIX_CALL PIX_CK_set_parameter(uint32_t handle, uint16_t id, uint16_t value) {
-  ChromaKey* ck = find_chroma_key(handle);
+  ChromaKey* ck = chroma_keys().find(handle);
   if (ck == nullptr) return report("PIX_CK_set_parameter", code::bad_handle);
   uint16_t* field = parameter(*ck, id);
   if (field == nullptr) return report("PIX_CK_set_parameter", code::unrecognised, "Unknown parameter");
@@ -69,7 +47,7 @@ PIX_API uint32_t PIX_CALL PIX_CK_set_parameter(uint32_t handle, uint16_t id, uin
 }
 
 PIX_API uint32_t PIX_CALL PIX_CK_get_parameter(uint32_t handle, uint16_t id) {
-  ChromaKey* ck = find_chroma_key(handle);
+  ChromaKey* ck = chroma_keys().find(handle);
   if (ck == nullptr) return report("PIX_CK_get_parameter", code::bad_handle);
   const uint16_t* field = parameter(*ck, id);
   if (field == nullptr) return report("PIX_CK_get_parameter", code::unrecognised, "Unknown parameter");

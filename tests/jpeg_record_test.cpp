@@ -24,9 +24,10 @@ Tjpeg* tjpeg(uint32_t h) { return static_cast<Tjpeg*>(PIX_image_get_ptr(h, PIX_P
 
 // Bytes the library allocated for a compressed-data buffer; 0 when it is not one of its own.
 std::size_t capacity(const uint8_t* data) {
-  const auto& caps = pix::jpeg::jpeg_state().capacities;
-  const auto it = caps.find(data);
-  return it == caps.end() ? 0 : it->second;
+  for (const auto& [record, buffer] : pix::jpeg::jpeg_state().buffers) {
+    if (buffer.data == data && record->data == data) return buffer.capacity;
+  }
+  return 0;
 }
 
 Bytes held(uint32_t h) {

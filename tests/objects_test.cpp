@@ -256,7 +256,7 @@ TEST_F(ObjectsTest, ThirtyOneDisplaysAtMost) {
   expect_last("PIX_display_create", 0x10780000u, "");
 
   EXPECT_EQ(PIX_display_destroy(12), 0u);
-  EXPECT_EQ(pix::display::find_display(12), nullptr);
+  EXPECT_EQ(pix::display::displays().find(12), nullptr);
   EXPECT_EQ(PIX_display_destroy(12), 0u);
   EXPECT_EQ(PIX_display_destroy(40), 0u);  // beyond the table: ignored
   EXPECT_EQ(PIX_display_create(), 12u);
@@ -346,7 +346,7 @@ TEST_F(ConversionTablesTest, CheckingForImagesReleasesTheTablesOnlyWhenNoneRemai
   PIX_image_destroy(h);
   EXPECT_EQ(PIX_image_destroy(PIX_CHECK_IMAGES), 0u);
   EXPECT_TRUE(present().empty());
-  EXPECT_NE(pix::process::find_chroma_key(ck), nullptr);  // objects are not images: they stay
+  EXPECT_NE(pix::process::chroma_keys().find(ck), nullptr);  // objects are not images: they stay
 }
 
 }  // namespace
