@@ -46,14 +46,14 @@ void BM_ImageCopy1080p(benchmark::State& state) {
 }
 BENCHMARK(BM_ImageCopy1080p);
 
-// The floor: a fresh buffer and a memcpy, which is what the copy does.
+// The floor: a plain memcpy of the same bytes into a buffer kept between
+// iterations (the library also frees and allocates the output strip).
 void BM_MemcpyFloor1080p(benchmark::State& state) {
-  std::vector<uint8_t> from(1920 * 3 * 1080, 7);
+  std::vector<uint8_t> from(1920 * 3 * 1080, 7), to(from.size());
   for (auto _ : state) {
-    auto* to = static_cast<uint8_t*>(std::malloc(from.size()));
-    std::memcpy(to, from.data(), from.size());
-    benchmark::DoNotOptimize(to);
-    std::free(to);
+    std::memcpy(to.data(), from.data(), from.size());
+    benchmark::DoNotOptimize(to.data());
+    benchmark::ClobberMemory();
   }
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(from.size()));
 }
