@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 
 #include "core/memory.h"
 #include "test_support.h"
@@ -12,17 +13,12 @@
 namespace {
 
 namespace fs = std::filesystem;
-using pixtest::LibraryTest;
 
 TEST(ModeChecks, BitCountsAgainstMasks) {
-  struct Case {
-    uint32_t mode, mask, one_selected, invalid;
-  };
+  struct Case { uint32_t mode, mask, one_selected, invalid; };
   const Case cases[] = {
-      {0x5, 0x7, 1, 1},         {0x4, 0x7, 0, 1},         {0xF0, 0x0F, 0, 0},
-      {0x0, 0x4, 0, 1},         {0x2, 0x4, 0, 0},         {0x6, 0x4, 0, 1},
-      {0x0, 0x0, 0, 1},         {0xFFFFFFFF, 0xFFFFFFFF, 31, 1},
-      {0x80000000, 0x7FFFFFFF, 0, 0}, {0x80000001, 0x80000001, 1, 1},
+      {0x5, 0x7, 1, 1}, {0x4, 0x7, 0, 1}, {0xF0, 0x0F, 0, 0}, {0x0, 0x4, 0, 1}, {0x2, 0x4, 0, 0}, {0x6, 0x4, 0, 1},
+      {0x0, 0x0, 0, 1}, {0xFFFFFFFF, 0xFFFFFFFF, 31, 1}, {0x80000000, 0x7FFFFFFF, 0, 0}, {0x80000001, 0x80000001, 1, 1},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(KVB_check_mode_one_selected(c.mode, c.mask), c.one_selected) << c.mode << "/" << c.mask;
@@ -31,25 +27,18 @@ TEST(ModeChecks, BitCountsAgainstMasks) {
   EXPECT_EQ(KVB_mul(0xFFFFFFFF, 0xFFFFFFFF), 1u);
 }
 
-TEST(Strings, SscanfValueAndStop) {
-  const char list[] = "12 34 ";
+TEST(Strings, SscanfReadsANumberAndStopsAtTheSpaceAfterIt) {
+  const char list[] = "12 34 ";  // callers walk lists with p = KVB_sscanf(p, &v)
   uint16_t value = 0;
   const char* p = KVB_sscanf(list, &value);
-  EXPECT_EQ(value, 12);
-  EXPECT_EQ(p, list + 2);
-  EXPECT_EQ(KVB_sscanf(p, &value), list + 5);
-  EXPECT_EQ(value, 34);
+  EXPECT_EQ(std::make_tuple(p, value), std::make_tuple(list + 2, 12));
+  p = KVB_sscanf(p, &value);
+  EXPECT_EQ(std::make_tuple(p, value), std::make_tuple(list + 5, 34));
 
-  struct Case {
-    const char* text;
-    uint16_t value;
-    long stop;
-  };
-  const Case cases[] = {
-      {"\t+7\n8", 7, 3}, {"-1 ", 0xFFFF, 2},  {"70000 ", 70000 & 0xFFFF, 5}, {"12abc 3", 12, 5},
-      {"abc d", 0, 3},   {"99999999999 ", 0xFFFF, 11}, {"-99999999999 ", 0, 12},
-      {"42", 42, 2},     {"", 0, 0},
-  };
+  struct Case { const char* text; uint16_t value; long stop; };
+  const Case cases[] = {{"\t+7\n8", 7, 3},   {"-1 ", 0xFFFF, 2},           {"70000 ", 70000 & 0xFFFF, 5},
+                        {"12abc 3", 12, 5},  {"abc d", 0, 3},              {"99999999999 ", 0xFFFF, 11},
+                        {"42", 42, 2},       {"-99999999999 ", 0, 12},     {"", 0, 0}};
   for (const auto& c : cases) {
     value = 0xBEEF;
     EXPECT_EQ(KVB_sscanf(c.text, &value) - c.text, c.stop) << '"' << c.text << '"';
@@ -68,13 +57,12 @@ TEST(Strings, CaseFoldingAndPause) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(KVB_pause("step 3"), 'x');
   EXPECT_EQ(KVB_pause(""), 'y');
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "\nPaused at 'step 3' - hit return\n\nPaused at '' - hit return\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nPaused at 'step 3' - hit return\n\nPaused at '' - hit return\n");
   std::fclose(stdin);
   fs::remove(input);
 }
 
-TEST(ParseCommand, SplitsAndBoundsEntries) {
+TEST(ParseCommand, SplitsOptionsFromArgumentsAndDropsWhatDoesNotFit) {
   std::vector<std::string> words{std::string(300, 'p'), "-v", "in.bmp", "-", "", "-q", "-3", "-4"};
   for (int i = 0; i < KVB_MAX_ARGUMENTS; ++i) words.push_back(std::string("a").append(std::to_string(i)));
   words.push_back(std::string("-").append(200, 'o'));
@@ -87,19 +75,10 @@ TEST(ParseCommand, SplitsAndBoundsEntries) {
   EXPECT_EQ(record.argument_total, words.size());
   EXPECT_EQ(record.program, std::string(KVB_TEXT_LENGTH - 1, 'p'));
   ASSERT_EQ(record.option_count, KVB_MAX_OPTIONS);  // "-3", "-4" and the long one are dropped
-  EXPECT_STREQ(record.options[0], "-v");
-  EXPECT_STREQ(record.options[1], "-");
-  EXPECT_STREQ(record.options[2], "-q");
+  EXPECT_EQ(std::vector<std::string>(record.options, record.options + 3), (std::vector<std::string>{"-v", "-", "-q"}));
   ASSERT_EQ(record.argument_count, KVB_MAX_ARGUMENTS);  // "a62" and "a63" are dropped
-  EXPECT_STREQ(record.arguments[0], "in.bmp");
-  EXPECT_STREQ(record.arguments[1], "");
+  EXPECT_EQ(std::vector<std::string>(record.arguments, record.arguments + 2), (std::vector<std::string>{"in.bmp", ""}));
   EXPECT_STREQ(record.arguments[KVB_MAX_ARGUMENTS - 1], "a61");
-
-  const char* example[] = {"prog", "-v", "in.bmp", "-q", "out.bmp"};
-  EXPECT_EQ(parse_command(&record, 5, const_cast<char**>(example)), 2);
-  EXPECT_EQ(record.argument_total, 5);
-  EXPECT_EQ(record.option_count, 2);
-  EXPECT_STREQ(record.arguments[1], "out.bmp");
   EXPECT_EQ(parse_command(&record, 0, nullptr), 0);
   EXPECT_STREQ(record.program, "");
 }
@@ -136,7 +115,7 @@ std::vector<uint8_t> packed(const std::string& text) {
   return bytes;
 }
 
-class FpgaFiles : public LibraryTest {
+class FpgaFiles : public pixtest::LibraryTest {
  protected:
   void SetUp() override {
     LibraryTest::SetUp();
@@ -152,16 +131,14 @@ class FpgaFiles : public LibraryTest {
     std::ofstream((dir_ / name), std::ios::binary) << content;
     return (dir_ / name).string();
   }
-  // Loads a file; the bytes are kept only on success.
-  uint32_t load(const std::string& path, std::vector<uint8_t>& bytes, uint32_t& length, size_t count) {
+  // Loads a file: the status, the length, and `count` bytes (on success only).
+  std::tuple<uint32_t, uint32_t, std::vector<uint8_t>> load(const std::string& path, size_t count = 0) {
     tKVB_FPGA_Data record{0xA5A5A5A5u, nullptr, 0};
     const uint32_t status = KVB_get_fpga_data_and_length(path.c_str(), &record);
-    EXPECT_EQ(record.reserved, 0xA5A5A5A5u);
-    EXPECT_EQ(record.data != nullptr, status == 0);
-    bytes.assign(record.data, record.data + (record.data ? count : 0));
-    length = record.length;
+    EXPECT_EQ(std::make_tuple(record.reserved, record.data != nullptr), std::make_tuple(0xA5A5A5A5u, status == 0));
+    std::vector<uint8_t> bytes(record.data, record.data + (record.data ? count : 0));
     std::free(record.data);
-    return status;
+    return {status, record.length, bytes};
   }
   fs::path dir_;
 };
@@ -171,43 +148,41 @@ TEST_F(FpgaFiles, BitLength) {
     EXPECT_EQ(KVB_get_rbt_bit_length(write("a.rbt", header() + length_field(length) + "1\n").c_str()), length);
   }
   for (const std::string& bad : {"a\nb\nc\n" + length_field(9), header() + "111111110110" + std::string(24, '1'),
-                                 header(), header() + length_field(0), std::string("absent")}) {
-    EXPECT_EQ(KVB_get_rbt_bit_length(bad == "absent" ? "absent.rbt" : write("b.rbt", bad).c_str()), 0u) << bad;
+                                 header(), header() + length_field(0)}) {
+    EXPECT_EQ(KVB_get_rbt_bit_length(write("b.rbt", bad).c_str()), 0u) << bad;
   }
+  EXPECT_EQ(KVB_get_rbt_bit_length((dir_ / "absent.rbt").string().c_str()), 0u);
   EXPECT_TRUE(reports().empty());
 }
 
-TEST_F(FpgaFiles, LoadsDigitsAndGrowsPastTheLengthField) {
+TEST_F(FpgaFiles, LoadsDigitsAndGrowsPastTheLengthFieldWithLfOrCrLfLineEnds) {
   std::string many = length_field(8);  // room for 18 bytes; the file holds 156
   for (int i = 0; i < 1244; ++i) many += (i % 33 == 32) ? '\n' : "0110100"[i % 7];
-  struct Case {
-    std::string bits;
-    uint32_t length;
-    std::vector<uint8_t> bytes;
-  };
+  const std::string split = "111111110010000000000000\n00000100111\n0110\n";  // a line end in the length field
+  auto digits = [](const std::string& s) { return uint32_t(s.size() - std::count(s.begin(), s.end(), '\n')); };
+  struct Case { std::string bits; uint32_t length; std::vector<uint8_t> bytes; };
   const Case cases[] = {
-      // The file ends inside the length field: the missing characters read as ones.
-      {"111111110010", 12, {0xFF, 0xF4}},
+      {"111111110010", 12, {0xFF, 0xF4}},  // ends inside the length field: the missing characters read as ones
       {"1111111100101010\n", 16, {0xFF, 0x54, 0xFF}},
-      {many, static_cast<uint32_t>(many.size() - std::count(many.begin(), many.end(), '\n')), packed(many)},
+      {many, digits(many), packed(many)},
+      {split, digits(split), packed(split)},
   };
   for (const auto& c : cases) {
-    std::vector<uint8_t> bytes;
-    uint32_t length = 0;
-    EXPECT_EQ(load(write("d.rbt", header() + c.bits), bytes, length, c.bytes.size()), 0u);
-    EXPECT_EQ(length, c.length);
-    EXPECT_EQ(bytes, c.bytes);
+    const std::string lf = header() + c.bits;
+    std::string crlf;
+    for (char ch : lf) crlf += ch == '\n' ? std::string("\r\n") : std::string(1, ch);
+    for (const std::string& path : {write("lf.rbt", lf), write("crlf.rbt", crlf)}) {
+      SCOPED_TRACE(path);
+      EXPECT_EQ(load(path, c.bytes.size()), std::make_tuple(0u, c.length, c.bytes));
+      EXPECT_EQ(KVB_get_rbt_bit_length(path.c_str()), KVB_get_rbt_bit_length((dir_ / "lf.rbt").string().c_str()));
+    }
   }
   EXPECT_TRUE(reports().empty());
 }
 
 TEST_F(FpgaFiles, LoadFailuresAreReported) {
-  struct Case {
-    std::string content;  // empty: no file
-    uint32_t code;
-    std::string message;  // before the quoted path
-    long allocations;     // before one fails; -1 none fails
-  };
+  // No content: no file.  The message comes before the quoted path; `allocations` succeed before one fails.
+  struct Case { std::string content; uint32_t code; std::string message; long allocations; };
   const Case cases[] = {
       {"", kOpenFailed, "Failed to open '", -1},
       {header() + "1111111100110000", kOpenFailed, "Failed to open '", -1},
@@ -220,38 +195,14 @@ TEST_F(FpgaFiles, LoadFailuresAreReported) {
   for (const auto& c : cases) {
     reports().clear();
     const std::string path = c.content.empty() ? (dir_ / "absent.rbt").string() : write("f.rbt", c.content);
-    std::vector<uint8_t> bytes;
-    uint32_t length = 0;
     pix::memory::fail_after(c.allocations);
-    EXPECT_EQ(load(path, bytes, length, 0), c.code);
+    EXPECT_EQ(std::get<0>(load(path)), c.code);
     pix::memory::fail_after(-1);
     ASSERT_EQ(reports().size(), 1u);
-    EXPECT_EQ(reports()[0].function, "KVB_get_fpga_data_and_length");
-    EXPECT_EQ(reports()[0].code, c.code);
     const std::string tail = c.code == kOpenFailed ? "', or file corrupt" : "'";
-    EXPECT_EQ(reports()[0].message, c.message + path + tail);
+    EXPECT_EQ(std::tie(reports()[0].function, reports()[0].code, reports()[0].message),
+              std::make_tuple(std::string("KVB_get_fpga_data_and_length"), c.code, c.message + path + tail));
   }
-}
-
-TEST_F(FpgaFiles, CrLfLineEndsReadLikeLineFeeds) {
-  // A line end inside the length field gives a bit of its own.
-  const std::string lf = header("Tue Mar 14 09:05:00 2000") + "111111110010000000000000\n00000100111\n0110\n";
-  std::string crlf;
-  for (char c : lf) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
-  const std::string lf_path = write("lf.rbt", lf), cr_path = write("cr.rbt", crlf);
-
-  EXPECT_EQ(KVB_get_rbt_bit_length(cr_path.c_str()), KVB_get_rbt_bit_length(lf_path.c_str()));
-  std::vector<uint8_t> lf_bytes, cr_bytes;
-  uint32_t lf_length = 0, cr_length = 0;
-  const auto expected = packed(lf.substr(header().size()));
-  EXPECT_EQ(load(lf_path, lf_bytes, lf_length, expected.size()), 0u);
-  EXPECT_EQ(load(cr_path, cr_bytes, cr_length, expected.size()), 0u);
-  EXPECT_EQ(lf_bytes, expected);
-  EXPECT_EQ(cr_bytes, expected);
-  EXPECT_EQ(cr_length, lf_length);
-  char date[16];
-  EXPECT_EQ(KVB_get_rbt_date_string(cr_path.c_str(), date), 0u);
-  EXPECT_STREQ(date, "14-Mar-00 09:05");
 }
 
 TEST_F(FpgaFiles, DateString) {
@@ -275,7 +226,7 @@ TEST_F(FpgaFiles, DateString) {
   EXPECT_EQ(last_report().message, "Failed to open '" + missing + "'");
 }
 
-TEST_F(FpgaFiles, Locate) {
+TEST_F(FpgaFiles, LocateTriesTheNameThenTheDirectoryNamedByTheVariable) {
 #ifdef _WIN32
   const char separator = '\\';
   auto set_env = [](const char* name, const std::string& value) { _putenv_s(name, value.c_str()); };
@@ -294,13 +245,13 @@ TEST_F(FpgaFiles, Locate) {
   EXPECT_EQ(name, dir_.string() + separator + "here.rbt");
   EXPECT_TRUE(reports().empty());
 
-  std::snprintf(name, sizeof name, "absent.rbt");
+  std::snprintf(name, sizeof name, "absent.rbt");  // no variable: the default directory
   EXPECT_EQ(KVB_locate_fpga_rbt_file("PIX95_TEST_RBT_DIR_UNSET", name), kOpenFailed);
   EXPECT_STREQ(name, "absent.rbt");
   EXPECT_EQ(last_report().function, "KVB_locate_fpga_rbt_file");
-  EXPECT_EQ(last_report().message, std::string("Failed to locate FPGA file 'c:\\kestrel\\lib\\rbt") + separator +
-                                       "absent.rbt'");
-  set_env("PIX95_TEST_RBT_DIR", std::string(200, 'd'));
+  EXPECT_EQ(last_report().message,
+            std::string("Failed to locate FPGA file 'c:\\kestrel\\lib\\rbt") + separator + "absent.rbt'");
+  set_env("PIX95_TEST_RBT_DIR", std::string(200, 'd'));  // the path is cut to fit
   EXPECT_EQ(KVB_locate_fpga_rbt_file("PIX95_TEST_RBT_DIR", name), kOpenFailed);
   EXPECT_EQ(last_report().message, "Failed to locate FPGA file '" + std::string(127, 'd') + "'");
 }
