@@ -1,16 +1,45 @@
 // Colour maps: copying, the grey test and the statistics block.
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "core/image.h"
 #include "core/memory.h"
 #include "core/status.h"
+#include "cmap.h"
 
 using namespace pix;
 
 namespace {
 constexpr uint32_t kNoCellEntry = 170;  // what a fresh block holds in every cell word
+
+// Squared differences d * d for d = -255..255, as 16-bit values.
+constexpr auto kSquares = [] {
+  std::array<uint16_t, 511> t{};
+  for (int d = -255; d <= 255; ++d) t[d + 255] = static_cast<uint16_t>(d * d);
+  return t;
+}();
+}  // namespace
+
+namespace pix::convert {
+
+uint8_t closest_colour(const tPIX_Colour* map, uint32_t used, uint8_t red, uint8_t green, uint8_t blue) {
+  if (map == nullptr) return 0;
+  if (used > PIX_CMAP_ENTRIES) used = PIX_CMAP_ENTRIES;
+  uint32_t best = 31234567;  // larger than any distance
+  uint32_t index = 0;
+  for (uint32_t i = 0; i < used; ++i) {
+    const uint32_t d = kSquares[red - map[i].red + 255] + kSquares[green - map[i].green + 255] +
+                       kSquares[blue - map[i].blue + 255];
+    if (d < best) {  // strictly smaller: ties keep the lower index
+      best = d;
+      index = i;
+    }
+  }
+  return static_cast<uint8_t>(index);
 }
+
+}  // namespace pix::convert
 
 extern "C" {
 
@@ -67,6 +96,12 @@ PIX_API uint32_t PIX_CALL PIX_cmap_is_grayscale(uint32_t handle) {
     if (c.red != c.green || c.green != c.blue) return 0;
   }
   return 1;
+}
+
+PIX_API uint32_t PIX_CALL PIX_cmap_find_closest_colour(uint32_t handle, uint8_t red, uint8_t green, uint8_t blue) {
+  const Image* img = find_image(handle);
+  if (img == nullptr) return report("PIX_cmap_find_closest_colour", code::bad_handle);
+  return pix::convert::closest_colour(img->cmap, img->cmap_size, red, green, blue);
 }
 
 }  // extern "C"
