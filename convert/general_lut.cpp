@@ -1,8 +1,13 @@
-// General lookup tables: creation, table access and destruction.
+// General lookup tables: creation, table access, the brightness, contrast,
+// gamma and gain generator, application to images, and destruction.
 #include "general_lut.h"
 
+#include <algorithm>
+#include <cmath>
 #include <new>
 
+#include "convert/kernels/tables.h"
+#include "core/image.h"
 #include "core/status.h"
 
 using namespace pix;
@@ -18,6 +23,10 @@ GeneralLutTable& general_luts() noexcept {
 }  // namespace pix::convert
 
 namespace {
+
+constexpr const char* kApply = "PIX_LUT_apply";
+constexpr const char* kApplyWorker = "PIX_LUT_apply_1_strip";
+
 // Channel codes as applications pass them: 8 grey, 4 red, 2 green, 1 blue.
 int channel_index(uint16_t channel) {
   switch (channel) {
@@ -28,6 +37,101 @@ int channel_index(uint16_t channel) {
     default: return -1;
   }
 }
+
+template <class T>
+void fill_identity(std::vector<T>& table, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) table[i] = static_cast<T>(i);
+}
+
+// Entries 1..n-1 of the four tables for limited settings (brightness,
+// contrast, gamma, red, green and blue gain).  The power n (i / n)^k is
+// taken through logarithms in extended precision and rounded once to double,
+// so that exact powers come out exact (k = 1 gives i itself) as they did on
+// the x87 machines applications were tuned on; the rest is double arithmetic,
+// one rounding a step.
+template <class T>
+void fill_curves(std::array<std::vector<T>, 4>& tables, uint32_t n, const std::array<uint16_t, 6>& s) {
+  const double k = 100.0 / s[2];
+  const double m = n / 2;
+  const long double ln_n = std::log(static_cast<long double>(n));
+  const double contrast = s[1] * 0.01, brightness = s[0] * 0.5;
+  const double scale[4] = {1.0, (s[3] - 100) * 0.01 + 1, (s[4] - 100) * 0.01 + 1, (s[5] - 100) * 0.01 + 1};
+  for (uint32_t i = 1; i < n; ++i) {
+    const double t = static_cast<double>(std::exp(k * std::log(static_cast<long double>(i)) - (k - 1) * ln_n));
+    const double spread = (t - m) * contrast;
+    const double centred = m + spread;
+    const double shifted = centred + brightness;
+    const double v = shifted - 50;
+    for (int c = 0; c < 4; ++c) {
+      const double x = c == 0 ? v : v * scale[c];
+      if constexpr (sizeof(T) == 1) {
+        tables[c][i] = x < 0 ? T{0} : x > 255 ? T{255} : static_cast<T>(x);
+      } else {
+        tables[c][i] = x < 0 ? T{0} : std::trunc(x) >= n ? static_cast<T>(n - 1) : static_cast<T>(x);
+      }
+    }
+  }
+}
+
+// The record's tables as the row kernels take them.
+kernels::Tables8 tables8(const GeneralLut& lut) {
+  return {lut.tables8[0].data(), lut.tables8[1].data(), lut.tables8[2].data(), lut.tables8[3].data()};
+}
+
+bool accepts(const GeneralLut& lut, uint16_t format) {
+  if (lut.element_size == 2) return format == PIX_Y16;
+  switch (format) {
+    case PIX_YUV422:
+    case PIX_Y8:
+    case PIX_RGB24:
+    case PIX_RGB16:
+    case PIX_RGB15:
+    case PIX_RGB8: return true;
+    default: return false;
+  }
+}
+
+uint32_t apply_worker(uint32_t in, uint32_t out, uint32_t lut) {
+  const Image* src = find_image(in);
+  // Applied in place (input and output the same image), the strip is mapped
+  // where it lies instead of being read back from a freed buffer.
+  if (in != out) {
+    if (uint32_t r = strip::begin_worker(*src, out, kApplyWorker); is_error(r)) return r;
+  } else if (src->data == nullptr) {
+    return report(kApplyWorker, code::bad_image, "No image data");
+  }
+  const GeneralLut* record = general_luts().find(lut);
+  if (record == nullptr) return report(kApplyWorker, code::bad_handle);  // destroyed between strips
+  const Image* dst = find_image(out);
+  // The strip is one run of width * lines pixels, padding not stepped over;
+  // the run stops at the end of either strip.
+  const uint32_t bytes = src->format == PIX_YUV422 ? 4 : std::max<uint32_t>(pixel_bytes(src->depth), 1);
+  const std::size_t units = src->format == PIX_YUV422 ? std::size_t{src->width / 2} : std::size_t{src->width};
+  const std::size_t held = std::min(static_cast<std::size_t>(src->bytes_per_line) * src->lines_this_strip,
+                                    static_cast<std::size_t>(dst->bytes_per_line) * dst->lines_this_strip);
+  const std::size_t n = std::min(units * src->lines_this_strip, held / bytes);
+  const uint8_t* from = src->data;
+  uint8_t* to = dst->data;
+  const bool wide = record->element_size == 2;
+  if (wide != (src->format == PIX_Y16)) return report(kApplyWorker, code::unsupported | 1, "Unsupported image type");
+  switch (src->format) {
+    case PIX_Y8: kernels::lut_y8(from, to, n, tables8(*record)); break;
+    case PIX_RGB24: kernels::lut_rgb24(from, to, n, tables8(*record)); break;
+    case PIX_RGB15: kernels::lut_rgb15(from, to, n, tables8(*record)); break;
+    case PIX_RGB16: kernels::lut_rgb16(from, to, n, tables8(*record)); break;
+    case PIX_RGB8: kernels::lut_rgb8(from, to, n, tables8(*record)); break;
+    case PIX_Y16: kernels::lut_y16(from, to, n, record->tables16[0].data()); break;
+    case PIX_YUV422: {
+      const auto& s = record->settings;
+      if (s[3] == 100 && s[4] == 100 && s[5] == 100) kernels::lut_yuv_grey(from, to, n, tables8(*record));
+      else kernels::lut_yuv_rgb(from, to, n, tables8(*record));
+      break;
+    }
+    default: return report(kApplyWorker, code::unsupported | 1, "Unsupported image type");
+  }
+  return 0;
+}
+
 }  // namespace
 
 extern "C" {
@@ -48,13 +152,11 @@ PIX_API uint32_t PIX_CALL PIX_LUT_create(uint32_t entries, uint16_t element_size
     lut->element_size = element_size;
     for (int c = 0; c < 4; ++c) {
       if (element_size == 1) {
-        auto& t = lut->tables8[c];
-        t.resize(entries);
-        for (uint32_t i = 0; i < entries; ++i) t[i] = static_cast<uint8_t>(i);
+        lut->tables8[c].resize(std::max(entries, GeneralLut::kMinEntries8));
+        fill_identity(lut->tables8[c], lut->tables8[c].size());
       } else {
-        auto& t = lut->tables16[c];
-        t.resize(entries);
-        for (uint32_t i = 0; i < entries; ++i) t[i] = static_cast<uint16_t>(i);
+        lut->tables16[c].resize(std::max(entries, GeneralLut::kMinEntries16));
+        fill_identity(lut->tables16[c], lut->tables16[c].size());
       }
     }
     table.slots[handle] = std::move(lut);
@@ -70,6 +172,54 @@ PIX_API void* PIX_CALL PIX_LUT_get_ptr(uint32_t lut, uint16_t channel) {
   if (record == nullptr || c < 0) return nullptr;
   if (record->element_size == 1) return record->tables8[c].data();
   return record->tables16[c].data();
+}
+
+PIX_API uint32_t PIX_CALL PIX_LUT_generate(uint32_t lut, int16_t brightness, int16_t contrast, int16_t gamma,
+                                           int16_t red_gain, int16_t green_gain, int16_t blue_gain) {
+  GeneralLut* record = general_luts().find(lut);
+  if (record == nullptr) return report("PIX_LUT_generate", code::bad_handle);
+  auto limit = [](int16_t v, int lo, int hi) { return static_cast<uint16_t>(std::clamp<int>(v, lo, hi)); };
+  auto& s = record->settings;
+  s = {limit(brightness, 0, 200), limit(contrast, 0, 200), limit(gamma, 25, 400),
+       limit(red_gain, 0, 200),   limit(green_gain, 0, 200), limit(blue_gain, 0, 200)};
+  const uint32_t n = record->entries;
+  const bool neutral = std::all_of(s.begin(), s.end(), [](uint16_t v) { return v == 100; });
+  for (int c = 0; c < 4; ++c) {
+    if (record->element_size == 1) {
+      if (neutral) fill_identity(record->tables8[c], n);
+      else if (n > 0) record->tables8[c][0] = 0;
+    } else {
+      if (neutral) fill_identity(record->tables16[c], n);
+      else if (n > 0) record->tables16[c][0] = 0;
+    }
+  }
+  if (neutral) return 0;
+  if (record->element_size == 1) fill_curves(record->tables8, n, s);
+  else fill_curves(record->tables16, n, s);
+  return 0;
+}
+
+PIX_API uint32_t PIX_CALL PIX_LUT_apply(uint32_t in, uint32_t out, uint32_t lut, uint16_t command) {
+  uint32_t result = 0;
+  const Image* src = strip::checked_input(in, kApply, result);
+  if (src == nullptr) return result;
+  if (src->lines_this_strip == 0) {
+    PIX_image_copy(in, out);
+    return 0;
+  }
+  const GeneralLut* record = general_luts().find(lut);
+  if (record == nullptr) return report(kApply, code::bad_handle);
+  if (!accepts(*record, src->format)) {
+    return report(kApply, code::unsupported | src->format, "Unsupported image format");
+  }
+  return strip::run(
+      general_luts().apply, kApply, strip::kBusy, in, out, command,
+      [&]() -> uint32_t {
+        // The output keeps the input's format (and its flags).
+        if (uint32_t r = PIX_image_copy_parameters(in, out); is_error(r)) return r;
+        return check_reported(out, kApply);
+      },
+      [&] { return apply_worker(in, out, lut); });
 }
 
 PIX_API uint32_t PIX_CALL PIX_LUT_destroy(uint32_t lut) {

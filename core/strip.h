@@ -99,8 +99,8 @@ uint32_t set_up_output(uint32_t in, uint32_t out, uint16_t format, const char* f
                        bool take_out_line_align = false);
 
 // The start of every worker: the input must hold data ("No image data"
-// reported under `worker`), then the output's strip is replaced by a fresh
-// one of its current strip size.
+// reported under `worker`) and be another image than the output, then the
+// output's strip is replaced by a fresh one of its current strip size.
 uint32_t begin_worker(const Image& in, uint32_t out, const char* worker);
 
 }  // namespace pix::strip

@@ -192,6 +192,14 @@ TEST_F(StripDriver, AnOutputThatCannotBeSetUpKeepsTheFunctionIdle) {
   EXPECT_EQ(last_report().message, "Output image does not exist");
 }
 
+TEST_F(StripDriver, AnImageCannotBeItsOwnOutput) {
+  fill(0);
+  EXPECT_EQ(invert(in, in, PIX_STRIP_NEXT), 0x102A0000u);
+  EXPECT_EQ(last_report().function, kInvertWorker);
+  EXPECT_NE(PIX_image_get_ptr(in, PIX_PTR_DATA), nullptr);  // its strip is untouched
+  invert(in, in, PIX_STRIP_FINISH);
+}
+
 TEST(StripAdvance, CountsAgainstTheCountedImageOnly) {
   // A single-image transfer (a file writer, say) counts on its own image.
   tPIX_Image img{};
