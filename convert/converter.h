@@ -44,6 +44,9 @@ uint32_t run_converter(const Converter& c, strip::Progress& progress, uint32_t i
     return c.same == SameFormat::copy_then_0 ? 0 : result;
   }
   if (uint32_t r = accept(*src); is_error(r)) return r;
+  // The output's strip is replaced before the input is read: one image
+  // cannot be both (refused before anything is set up).
+  if (find_image(out) == src) return report(c.name, code::param_conflict, "Input and output must be different images");
   return strip::run(
       progress, c.name, c.busy, in, out, command,
       [&]() -> uint32_t {

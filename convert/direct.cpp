@@ -255,22 +255,20 @@ uint32_t one_strip(const Member& m, uint32_t in, uint32_t out) {
   return m.kind == Kind::direct ? direct_strip(m, *src, dst) : palette_strip(m, *src, dst);
 }
 
-uint32_t accept(const Member& m, const Image& src, uint32_t out) {
+uint32_t accept(const Member& m, const Image& src) {
   if (src.format >= 32 || ((m.sources >> src.format) & 1u) == 0) {
     return report(m.outer.name, code::unsupported, m.refusal);
   }
   if (src.format == PIX_Y16 && src.data_width < 8) {
     return report(m.outer.name, code::bad_image, "Data width must be > 7 for Y16");
   }
-  // Guard: converting an image into itself would free the strip being read.
-  if (find_image(out) == &src) return report(m.outer.name, code::bad_parameter);
   return 0;
 }
 
 uint32_t run_member(const Member& m, uint32_t in, uint32_t out, uint16_t command) {
   return run_converter(
       m.outer, direct_state().*m.progress, in, out, command,
-      [&](const Image& src) { return accept(m, src, out); }, [&] { return one_strip(m, in, out); });
+      [&](const Image& src) { return accept(m, src); }, [&] { return one_strip(m, in, out); });
 }
 
 }  // namespace

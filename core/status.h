@@ -22,6 +22,7 @@ inline constexpr uint32_t incompatible = status(PIX_MOD_IMAGE, PIX_ERR_OPT_INCOM
 inline constexpr uint32_t unrecognised = status(PIX_MOD_IMAGE, PIX_ERR_OPT_UNRECOGNISED);
 inline constexpr uint32_t bad_parameter = status(PIX_MOD_IMAGE, PIX_ERR_BAD_PARAMETER);
 inline constexpr uint32_t out_of_range = status(PIX_MOD_IMAGE, PIX_ERR_OUT_OF_RANGE);
+inline constexpr uint32_t param_conflict = status(PIX_MOD_IMAGE, PIX_ERR_PARAM_CONFLICT);
 inline constexpr uint32_t out_of_memory = status(PIX_MOD_IMAGE, PIX_ERR_OUT_OF_MEMORY);
 inline constexpr uint32_t open_failed = status(PIX_MOD_IMAGE, PIX_ERR_OPEN);
 inline constexpr uint32_t close_failed = status(PIX_MOD_IMAGE, PIX_ERR_CLOSE);

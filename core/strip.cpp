@@ -33,7 +33,7 @@ uint32_t begin_worker(const Image& in, uint32_t out, const char* worker) {
   // The output's strip is replaced before the input is read: one image
   // cannot be both.
   if (find_image(out) == &in) {
-    return report(worker, status(PIX_MOD_IMAGE, PIX_ERR_PARAM_CONFLICT), "Input and output must be different images");
+    return report(worker, code::param_conflict, "Input and output must be different images");
   }
   PIX_image_free_data(out);
   return PIX_image_malloc_a_strip(out);
