@@ -69,6 +69,36 @@ TEST_F(BadInput, ImageFunctionsReportABadHandle) {
   EXPECT_EQ(PIX_get_width(good), 4u);
 }
 
+TEST_F(BadInput, EveryConverterChecksItsInputFirst) {
+  using Converter = uint32_t(PIX_CALL*)(uint32_t, uint32_t, uint16_t);
+  const Converter converters[] = {
+      PIX_convert_to_Y8,          PIX_convert_to_RGBX32,     PIX_convert_to_BGRX32,      PIX_convert_to_XBGR32,
+      PIX_convert_to_XRGB32,      PIX_convert_to_RGB24,      PIX_convert_to_BGR24,       PIX_convert_to_RGB16,
+      PIX_convert_to_RGB15,       PIX_convert_to_Y16,        PIX_convert_to_CMYK32,      PIX_paletted_to_RGB24_or_Y8,
+      PIX_convert_to_paletted,    PIX_convert_to_paletted_LUT, PIX_convert_to_RGB8,      PIX_convert_to_RGB8_dither,
+      PIX_YUV422_to_RGBX32,       PIX_YUV422_to_BGRX32,      PIX_YUV422_to_XBGR32,       PIX_YUV422_to_XRGB32,
+      PIX_YUV422_to_RGB24,        PIX_YUV422_to_BGR24,       PIX_YUV422_to_RGB16,        PIX_YUV422_to_RGB15,
+      PIX_YUV422_to_Y8,           PIX_YUV422_to_HSI,         PIX_convert_to_YUV422,      PIX_YUV422_to_RGBX32_LUT,
+      PIX_YUV422_to_BGRX32_LUT,   PIX_YUV422_to_XBGR32_LUT,  PIX_YUV422_to_XRGB32_LUT,   PIX_YUV422_to_RGB24_LUT,
+      PIX_YUV422_to_BGR24_LUT,    PIX_YUV422_to_RGB16_LUT,   PIX_YUV422_to_RGB15_LUT,    PIX_YUV422_to_paletted_LUT};
+  const uint32_t out = PIX_image_create();
+  for (uint32_t h : kBadHandles) {
+    if (h == out) continue;
+    for (Converter convert : converters) {
+      for (uint16_t command : {3, 4, 0}) EXPECT_EQ(convert(h, out, command), 0x10030000u) << h;
+    }
+    EXPECT_EQ(PIX_image_convert(h, out, PIX_RGB24, 0, 3), 0x10030000u);
+    EXPECT_EQ(PIX_LUT_apply(h, out, 1, 3), 0x10030000u);
+    EXPECT_EQ(PIX_cmap_generate(h, 16, 3), 0x10030000u);
+  }
+  EXPECT_EQ(last_report().message, "Corrupt image");
+  // A converted image with no output to receive it stops at the set-up.
+  const uint32_t in = pixtest::make_image(PIX_RGB24, 4, 4, 4);
+  ASSERT_EQ(PIX_image_malloc_a_strip(in), 0u);
+  EXPECT_EQ(PIX_convert_to_Y8(in, 999, 3), 0x10010000u);
+  EXPECT_EQ(PIX_convert_to_YUV422(in, 0, 3), 0x10010000u);
+}
+
 TEST_F(BadInput, PlainImagesAreNotJpegImages) {
   const uint32_t plain = pixtest::make_image(PIX_Y8, 4, 4, 4);
   EXPECT_EQ(PIX_JPEG_get_parameter(plain, PIX_JPEG_COMPONENTS), 0x10010000u);
