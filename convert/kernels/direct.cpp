@@ -49,20 +49,6 @@ inline void put_dword(uint8_t* p, uint32_t v) {
   }
 }
 
-// Byte positions of R, G and B in a pixel of 3 or 4 bytes.
-struct Places {
-  unsigned r, g, b;
-};
-constexpr Places places(Direct l) {
-  switch (l) {
-    case Direct::bgr24:
-    case Direct::bgrx32: return {2, 1, 0};
-    case Direct::xbgr32: return {3, 2, 1};
-    case Direct::xrgb32: return {1, 2, 3};
-    default: return {0, 1, 2};
-  }
-}
-
 // Every source to 8-bit R, G, B first.  Grey sources give three equal
 // channels, so their grey is the value itself.
 template <Direct L>

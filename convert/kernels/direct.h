@@ -60,4 +60,18 @@ enum class PaletteOut { y8, rgb24, cmyk32 };
 using PaletteRow = void (*)(const uint8_t* src, uint8_t* dst, std::size_t pixels, const tPIX_Colour* map);
 PaletteRow palette_row(PaletteOut out) noexcept;
 
+// Byte positions of R, G and B in a pixel of 3 or 4 bytes.
+struct Places {
+  int r, g, b;
+};
+constexpr Places places(Direct l) {
+  switch (l) {
+    case Direct::bgr24:
+    case Direct::bgrx32: return {2, 1, 0};
+    case Direct::xbgr32: return {3, 2, 1};
+    case Direct::xrgb32: return {1, 2, 3};
+    default: return {0, 1, 2};
+  }
+}
+
 }  // namespace pix::convert::kernels

@@ -18,20 +18,6 @@ namespace {
 #define PIX_SSE2 __attribute__((target("sse2")))
 #define PIX_AVX2 __attribute__((target("avx2")))
 
-// Where R, G and B sit in a pixel of 3 or 4 bytes.
-struct Places {
-  int r, g, b;
-};
-constexpr Places places(Direct l) {
-  switch (l) {
-    case Direct::bgr24:
-    case Direct::bgrx32: return {2, 1, 0};
-    case Direct::xbgr32: return {3, 2, 1};
-    case Direct::xrgb32: return {1, 2, 3};
-    default: return {0, 1, 2};
-  }
-}
-
 // Grey weight of the byte at `pos` of a pixel (0 for the unused byte).
 constexpr int weight_at(Places p, int pos) { return pos == p.r ? 77 : pos == p.g ? 150 : pos == p.b ? 29 : 0; }
 
