@@ -28,9 +28,7 @@ constexpr int kStride = 1;
 // packing by fields, indices by division.
 int floor_div(int n, int d) { return n >= 0 ? n / d : -((-n + d - 1) / d); }
 int clamp8(int v) { return std::clamp(v, 0, 255); }
-struct Rgb3 {
-  int r, g, b;
-};
+struct Rgb3 { int r, g, b; };
 Rgb3 rgb_of(int y, int u, int v) {
   u -= 128, v -= 128;
   return {clamp8(floor_div(1024 * y + 1436 * v, 1024)), clamp8(floor_div(1024 * y - 352 * u - 731 * v, 1024)),
@@ -55,11 +53,7 @@ int closest(const tPIX_Colour* map, int used, int r, int g, int b) {
 // the quantised Y, U, V (expanded unmasked: R is red's 5 bits then green's
 // top 3, G green's 6 then blue's top 2, B blue's 5 then zeros) or the
 // closest palette entry.
-struct Expect {
-  uint8_t r, g, b;
-  uint16_t word;
-  uint8_t index;
-};
+struct Expect { uint8_t r, g, b; uint16_t word; uint8_t index; };
 Expect expect_of(int y, int u, int v, const tPIX_Colour* map, int used) {
   const Rgb3 q = rgb_of(y / 2 * 2, u / 4 * 4, v / 4 * 4);
   const int r5 = q.r / 8, g6 = q.g / 4, b5 = q.b / 8;

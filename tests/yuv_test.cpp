@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 #include <string_view>
+#include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -27,16 +29,12 @@ constexpr int kStride = 1;
 // instead of shifts.
 int floor_div(int n) { return n >= 0 ? n / 1024 : -((1023 - n) / 1024); }
 int clamp8(int v) { return std::clamp(v, 0, 255); }
-struct Rgb3 {
-  int r, g, b;
-};
+struct Rgb3 { int r, g, b; };
 Rgb3 rgb_of(int y, int u, int v) {
   u -= 128, v -= 128;
   return {clamp8(y + floor_div(1436 * v)), clamp8(y + floor_div(-352 * u - 731 * v)), clamp8(y + floor_div(1815 * u))};
 }
-struct Yuv3 {
-  int y, u, v;
-};
+struct Yuv3 { int y, u, v; };
 Yuv3 yuv_of(int r, int g, int b) {
   return {clamp8(floor_div(306 * r + 601 * g + 117 * b)), clamp8(floor_div(-173 * r - 339 * g + 512 * b) + 128),
           clamp8(floor_div(512 * r - 429 * g - 83 * b) + 128)};
@@ -97,10 +95,7 @@ TEST(YuvKernels, DecodeEveryTriple) {
 // layout; a row per (R, G) pairs blue k with blue k + 128 (grey with grey),
 // so each pair's chroma is the mean of two distant values.
 TEST(YuvKernels, EncodeEveryColour) {
-  struct Layout {
-    RgbIn in;
-    int bytes, r, g, b;
-  } const layouts[] = {{RgbIn::y8, 1, 0, 0, 0},     {RgbIn::rgb24, 3, 0, 1, 2},  {RgbIn::bgr24, 3, 2, 1, 0},
+  struct Layout { RgbIn in; int bytes, r, g, b; } const layouts[] = {{RgbIn::y8, 1, 0, 0, 0},     {RgbIn::rgb24, 3, 0, 1, 2},  {RgbIn::bgr24, 3, 2, 1, 0},
                        {RgbIn::rgbx32, 4, 0, 1, 2}, {RgbIn::bgrx32, 4, 2, 1, 0}, {RgbIn::xbgr32, 4, 3, 2, 1}};
   std::vector<uint8_t> src(1024), out(512);
   std::vector<uint32_t> want(128), grey_want(128);
@@ -164,9 +159,8 @@ class YuvConvert : public pixtest::LibraryTest {
     for (uint32_t i = 0; i < size; ++i) data(in)[i] = uint8_t(i * 73 + variant * 29 + (i >> 8));
   }
   void expect_report(const char* function, uint32_t code, const char* message) {
-    EXPECT_EQ(last_report().function, function);
-    EXPECT_EQ(last_report().code, code);
-    EXPECT_EQ(last_report().message, message);
+    const auto r = last_report();
+    EXPECT_EQ(std::tie(r.function, r.code, r.message), std::make_tuple(std::string(function), code, std::string(message)));
   }
 };
 
@@ -285,10 +279,7 @@ TEST_F(YuvConvert, HueTable) {
 // into an output aligned to 16; a paletted source wider than the encoder's
 // pieces, through its colour map.
 TEST_F(YuvConvert, EncoderLines) {
-  const struct {
-    uint16_t format;
-    uint32_t width, in_line, out_line;
-  } cases[] = {{PIX_Y8, 6, 8, 16}, {PIX_PALETTED, 1104, 1104, 2208}};
+  const struct { uint16_t format; uint32_t width, in_line, out_line; } cases[] = {{PIX_Y8, 6, 8, 16}, {PIX_PALETTED, 1104, 1104, 2208}};
   for (const auto& c : cases) {
     const uint32_t in = pixtest::make_image(c.format, c.width, 3, 3), out = PIX_image_create();
     PIX_image_set_parameter(in, PIX_LINE_ALIGN, 8);
