@@ -42,14 +42,8 @@ int nearest(uint32_t h, int r, int g, int b) {
 class Cmap : public pixtest::LibraryTest {
  protected:
   void TearDown() override {
-    pix::memory::fail_after(-1);
     pix::convert::paletted_state() = {};  // a failed expectation must not leave a run for the next test
     LibraryTest::TearDown();
-  }
-  void expect_report(uint32_t result, const char* function, uint32_t code, const char* message = "") {
-    const auto r = last_report();
-    EXPECT_EQ(std::tie(result, r.function, r.code, r.message),
-              std::make_tuple(code, std::string(function), code, std::string(message)));
   }
   // Sends `rows` (packed, `row_bytes` each) into `in` `strip` lines at a time,
   // padding filled with 0xEE, calling `step` after each strip; gives back the

@@ -37,16 +37,6 @@ class JpegRecordTest : public pixtest::LibraryTest {
     LibraryTest::SetUp();
     pix::jpeg::jpeg_state().build = {};  // a failed test must not leave a build half done
   }
-  void TearDown() override {
-    pix::memory::fail_after(-1);
-    LibraryTest::TearDown();
-  }
-  // The call returned `code`, and reported it last under `function` with `message`.
-  void expect_report(uint32_t result, const char* function, uint32_t code, const char* message = "") {
-    const auto r = last_report();
-    EXPECT_EQ(std::tie(result, r.function, r.code, r.message),
-              std::make_tuple(code, std::string(function), code, std::string(message)));
-  }
   // Gives a JPEG image a fresh buffer holding `bytes` as its compressed data.
   static void hold(uint32_t h, const Bytes& bytes) {
     ASSERT_EQ(PIX_JPEG_malloc_N_bytes_data(h, static_cast<uint32_t>(bytes.size())), 0u);

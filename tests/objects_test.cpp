@@ -24,19 +24,7 @@ bool all_empty(const Table& table) {
   return std::all_of(table.slots.begin(), table.slots.end(), [](const auto& slot) { return slot == nullptr; });
 }
 
-class ObjectsTest : public pixtest::LibraryTest {
- protected:
-  void TearDown() override {
-    pix::memory::fail_after(-1);
-    LibraryTest::TearDown();
-  }
-  // The call returned `code`, and reported it last under `function` with `message`.
-  void expect_report(uint32_t result, const char* function, uint32_t code, const char* message = "") {
-    const auto r = last_report();
-    EXPECT_EQ(std::tie(result, r.function, r.code, r.message),
-              std::make_tuple(code, std::string(function), code, std::string(message)));
-  }
-};
+class ObjectsTest : public pixtest::LibraryTest {};
 
 TEST_F(ObjectsTest, CmapCopyTakesTheEntriesInUseAndTheStatisticsBlock) {
   const uint32_t from = pixtest::make_image(PIX_PALETTED, 4, 4), to = pixtest::make_image(PIX_PALETTED, 4, 4);

@@ -112,15 +112,6 @@ int word_at(uint16_t type, std::size_t i) {
 
 class TablesTest : public pixtest::LibraryTest {
  protected:
-  void TearDown() override {
-    pix::memory::fail_after(-1);
-    LibraryTest::TearDown();
-  }
-  void expect_report(uint32_t result, const char* function, uint32_t code, const std::string& message) {
-    const auto r = last_report();
-    EXPECT_EQ(std::tie(result, r.function, r.code, r.message),
-              std::make_tuple(code, std::string(function), code, message));
-  }
   static tPIX_Image* record(uint32_t h) { return static_cast<tPIX_Image*>(PIX_image_get_ptr(h, PIX_PTR_RECORD)); }
   // An image with `used` random colour-map entries and a strip of random data.
   static uint32_t image(uint16_t format, uint32_t width, uint32_t height, uint32_t lines, int used = 40) {

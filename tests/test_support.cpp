@@ -1,5 +1,9 @@
 #include "test_support.h"
 
+#include <tuple>
+
+#include "core/memory.h"
+
 namespace pixtest {
 namespace {
 std::vector<Report>& captured() {
@@ -18,12 +22,19 @@ void LibraryTest::SetUp() {
 }
 
 void LibraryTest::TearDown() {
+  pix::memory::fail_after(-1);  // an allocation failure a test planned but never reached
   PIX_image_destroy(PIX_ALL_IMAGES);
   KVB_err_set_reporting(1, nullptr);
   captured().clear();
 }
 
 std::vector<Report>& LibraryTest::reports() { return captured(); }
+
+void LibraryTest::expect_report(uint32_t result, const std::string& function, uint32_t code,
+                                const std::string& message) {
+  const Report r = last_report();
+  EXPECT_EQ(std::tie(result, r.function, r.code, r.message), std::tie(code, function, code, message));
+}
 
 Report LibraryTest::last_report() { return captured().empty() ? Report{"", 0, ""} : captured().back(); }
 

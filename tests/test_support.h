@@ -26,6 +26,8 @@ class LibraryTest : public ::testing::Test {
   std::vector<Report>& reports();
   // The last report, or a blank one when there was none.
   Report last_report();
+  // The call returned `code`, and reported it last under `function` with `message`.
+  void expect_report(uint32_t result, const std::string& function, uint32_t code, const std::string& message = "");
 };
 
 // An image described by format, width and height (and checked).
