@@ -165,8 +165,9 @@ PIX_API uint32_t PIX_CALL PIX_image_read(uint32_t handle, uint32_t memory, uint1
     d.state = 1;
     return 0;
   }
+  // Kept: this code carries no module byte, and nothing is reported.
   d.state = 1;
-  return code::bad_state;
+  return status(0, PIX_ERR_BAD_STATE);
 }
 
 PIX_API uint32_t PIX_CALL PIX_image_write(uint32_t handle, uint32_t memory, uint16_t file_format, uint16_t command) {
