@@ -1,0 +1,115 @@
+// Makes the fuzzers' seed corpora with the library's own writers: small
+// images of every kind each reader takes, plus conversion-table and FPGA
+// bit-file samples.  Usage: make_seeds DIR (DIR/<fuzzer>/ is filled).
+#include <pix95.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path g_root;
+
+void copy_into(const fs::path& file, std::initializer_list<const char*> fuzzers) {
+  for (const char* f : fuzzers) {
+    fs::create_directories(g_root / f);
+    fs::copy_file(file, g_root / f / file.filename(), fs::copy_options::overwrite_existing);
+  }
+}
+
+// A small image with a pattern, written whole through the write dispatcher.
+bool write_sample(const std::string& name, uint16_t format, uint32_t width, uint32_t height, uint16_t file_format) {
+  const uint32_t image = PIX_image_create();
+  PIX_image_set_parameter(image, PIX_IMAGE_FORMAT, format);
+  PIX_image_set_parameter(image, PIX_IMAGE_WIDTH, width);
+  PIX_image_set_parameter(image, PIX_IMAGE_HEIGHT, height);
+  PIX_image_set_parameter(image, PIX_LINES_THIS_STRIP, height);
+  if (format == PIX_Y16) PIX_image_set_parameter(image, PIX_DATA_WIDTH, 12);
+  if (format == PIX_PALETTED) PIX_cmap_set_type(image, 2);
+  if (PIX_IS_ERROR(PIX_image_malloc_a_strip(image))) return false;
+  auto* record = static_cast<tPIX_Image*>(PIX_image_get_ptr(image, PIX_PTR_RECORD));
+  const std::size_t bytes = std::size_t{record->bytes_per_line} * height;
+  for (std::size_t i = 0; i < bytes; ++i) record->data[i] = static_cast<uint8_t>(i * 37 + i / 7);
+  const fs::path path = g_root / "samples" / name;
+  PIX_image_set_outfilename(image, path.string().c_str());
+  const uint32_t r = PIX_image_write(image, 0, file_format, PIX_STRIP_NEXT);
+  PIX_image_destroy(image);
+  if (PIX_IS_ERROR(r)) {
+    std::fprintf(stderr, "make_seeds: %s: status 0x%08X\n", name.c_str(), r);
+    return false;
+  }
+  return true;
+}
+
+void write_text(const fs::path& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: make_seeds DIR\n");
+    return 2;
+  }
+  KVB_err_set_reporting(0, nullptr);
+  g_root = argv[1];
+  fs::create_directories(g_root / "samples");
+  struct Sample {
+    const char* name;
+    uint16_t format;
+    uint32_t width, height;
+    uint16_t file_format;
+    const char* fuzzer;
+  };
+  const Sample samples[] = {
+      {"grey.bmp", PIX_Y8, 7, 5, PIX_FILE_BMP, "bmp_fuzzer"},
+      {"rgb.bmp", PIX_RGB24, 5, 3, PIX_FILE_BMP, "bmp_fuzzer"},
+      {"palette.bmp", PIX_PALETTED, 4, 4, PIX_FILE_BMP, "bmp_fuzzer"},
+      {"grey.tif", PIX_Y8, 7, 5, PIX_FILE_TIFF, "tiff_fuzzer"},
+      {"rgb.tif", PIX_RGB24, 5, 3, PIX_FILE_TIFF, "tiff_fuzzer"},
+      {"palette.tif", PIX_PALETTED, 4, 4, PIX_FILE_TIFF, "tiff_fuzzer"},
+      {"y16.tif", PIX_Y16, 3, 3, PIX_FILE_TIFF, "tiff_fuzzer"},
+      {"bilevel.tif", PIX_BILEVEL, 13, 3, PIX_FILE_TIFF, "tiff_fuzzer"},
+      {"grey.tga", PIX_Y8, 7, 5, PIX_FILE_TGA, "tga_fuzzer"},
+      {"rgb15.tga", PIX_RGB15, 5, 3, PIX_FILE_TGA, "tga_fuzzer"},
+      {"rgb.tga", PIX_RGB24, 5, 3, PIX_FILE_TGA, "tga_fuzzer"},
+      {"grey.eps", PIX_Y8, 7, 5, PIX_FILE_EPS, "eps_fuzzer"},
+      {"rgb.eps", PIX_RGB24, 3, 2, PIX_FILE_EPS, "eps_fuzzer"},
+      {"palette.eps", PIX_PALETTED, 4, 2, PIX_FILE_EPS, "eps_fuzzer"},
+      {"bilevel.eps", PIX_BILEVEL, 16, 2, PIX_FILE_EPS, "eps_fuzzer"},
+  };
+  int failures = 0;
+  for (const Sample& s : samples) {
+    if (!write_sample(s.name, s.format, s.width, s.height, s.file_format)) {
+      ++failures;
+      continue;
+    }
+    copy_into(g_root / "samples" / s.name, {s.fuzzer, "detect_fuzzer", "read_dispatch_fuzzer"});
+  }
+
+  // Conversion tables: the first byte picks the table type.
+  fs::create_directories(g_root / "lut_fuzzer");
+  for (int type = 0; type < 6; ++type) {
+    std::string bytes(1, static_cast<char>(type));
+    for (int i = 0; i < 64; ++i) bytes += static_cast<char>(i * 5 + type);
+    write_text(g_root / "lut_fuzzer" / ("type" + std::to_string(type)), bytes);
+  }
+
+  // An FPGA bit file: seven header lines, the date on the third, then bits.
+  fs::create_directories(g_root / "rbt_fuzzer");
+  std::string rbt =
+      "Xilinx ASCII Bitstream\nCreated by Bitstream\nDesign name: \tgrab.ncd\n"
+      "Architecture:\txc4000e\nPart:\t4005epc84\nDate:\tMon Nov 23 10:15:42 1998\nBits:\t96\n";
+  for (int line = 0; line < 3; ++line) rbt += "01101001011100101010010110100101\n";
+  write_text(g_root / "rbt_fuzzer" / "sample.rbt", rbt);
+  write_text(g_root / "rbt_fuzzer" / "dated.rbt",
+             "header\nheader\nThu Jan  7 09:30:00 1999\nx\nx\nx\nBits: 8\n01010101\n");
+  return failures == 0 ? 0 : 1;
+}
