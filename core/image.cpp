@@ -1,5 +1,6 @@
 // Image records, handles, parameters, flags, pointers and the image check.
 #include "image.h"
+#include "lifetime.h"
 
 #include <cstring>
 
@@ -244,7 +245,9 @@ PIX_API uint32_t PIX_CALL PIX_image_destroy(uint32_t handle) {
     PIX_CK_destroy(PIX_ALL_IMAGES);
     PIX_LUT_destroy(PIX_ALL_IMAGES);
     PIX_display_destroy(PIX_ALL_IMAGES);
+    PIX_CK_destroy_UV_to_hue_LUT();
     release_conversion_tables();
+    run_releases();  // open file transfers are forgotten, their streams closed
     return 0;
   }
   if (handle == PIX_CHECK_IMAGES) {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/status.h"
 #include "stream.h"
 
@@ -23,6 +24,8 @@ ReadDispatch& read_dispatch() noexcept {
   static ReadDispatch state;
   return state;
 }
+void forget_read() noexcept { read_dispatch() = ReadDispatch{}; }
+[[maybe_unused]] const bool registered = register_release(&forget_read);
 
 uint16_t read_u16(FILE* f, uint8_t order) { return TIFF_read_ui16(f, order); }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/status.h"
 #include "core/strip.h"
 #include "stream.h"
@@ -26,6 +27,14 @@ RawMemoryTransfers& transfers() noexcept {
   static RawMemoryTransfers state;
   return state;
 }
+void forget_transfers() noexcept {
+  RawMemoryTransfers& t = transfers();
+  t.raw = {};
+  t.raw_stream.discard();
+  t.to_memory = {};
+  t.from_memory = {};
+}
+[[maybe_unused]] const bool registered = register_release(&forget_transfers);
 
 constexpr bool is_16_bit(uint16_t format) {
   return format == PIX_RGB15 || format == PIX_RGB16 || format == PIX_Y16;

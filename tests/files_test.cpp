@@ -254,3 +254,25 @@ TEST_F(FilesTest, ReadDispatcherTakesMemoryImages) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(FilesTest, DestroyingEveryImageEndsOpenTransfers) {
+  const std::string first = path_for("abandoned.raw");
+  const std::string second = path_for("fresh.raw");
+  uint32_t h = pixtest::make_image(PIX_Y8, 4, 4, 2);
+  ASSERT_EQ(PIX_image_malloc_a_strip(h), 0u);
+  PIX_image_set_outfilename(h, first.c_str());
+  ASSERT_EQ(PIX_write_raw_data_file(h, PIX_STRIP_NEXT), 0u);  // half of the image
+  PIX_image_destroy(PIX_ALL_IMAGES);
+
+  // The next raw write opens its own file rather than going on with the old one.
+  h = pixtest::make_image(PIX_Y8, 4, 2, 2);
+  ASSERT_EQ(PIX_image_malloc_a_strip(h), 0u);
+  PIX_image_set_outfilename(h, second.c_str());
+  ASSERT_EQ(PIX_write_raw_data_file(h, PIX_STRIP_NEXT), 0u);
+  EXPECT_EQ(read_bytes(first).size(), 8u);
+  EXPECT_EQ(read_bytes(second).size(), 8u);
+}
+
+}  // namespace
