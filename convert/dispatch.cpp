@@ -71,8 +71,8 @@ PIX_API uint32_t PIX_CALL PIX_image_convert(uint32_t in, uint32_t out, uint16_t 
   if ((out_flags & PIX_FLAG_DITHER) != 0) return report(kName, code::unsupported, "Dithering is not yet supported");
   uint32_t result = 0;
   if ((out_flags & PIX_FLAG_DIB) != 0) {
-    // Device-independent bitmaps are made by the file module, not built yet.
-    return report(kName, code::unsupported, "Unsupported or unrecognized output image format");
+    // A bitmap for display is asked for: whatever the target, it is a DIB.
+    result = PIX_convert_to_DIB_w31(in, out, out_flags, command);
   } else if (target == PIX_RGB24_OR_Y8) {
     result = PIX_paletted_to_RGB24_or_Y8(in, out, command);
   } else {

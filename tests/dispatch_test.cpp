@@ -45,8 +45,19 @@ TEST_F(Dispatch, TargetsWithoutARouteAreRefused) {
     EXPECT_EQ(PIX_image_convert(in, out, target, 0, 3), 0x10140000u) << target;
     EXPECT_EQ(last_report().message, "Unsupported or unrecognized output image format");
   }
-  // The bitmap route belongs to the file module, which is not built yet.
-  EXPECT_EQ(PIX_image_convert(rgb, out, PIX_BGR24, PIX_FLAG_DIB, 3), 0x10140000u);
+}
+
+TEST_F(Dispatch, TheDibFlagMakesABitmapWhateverTheTarget) {
+  const uint32_t in = filled(PIX_RGB24, 5, 3), via_dispatch = PIX_image_create(), direct = PIX_image_create();
+  // A target the dispatcher has no route for: the flag alone decides.
+  ASSERT_EQ(PIX_image_convert(in, via_dispatch, PIX_CMYK32, PIX_FLAG_DIB | PIX_FLAG_JPEG, 3), 0u);
+  ASSERT_EQ(PIX_convert_to_DIB_w31(in, direct, PIX_FLAG_DIB, 3), 0u);
+  EXPECT_EQ(PIX_image_get_parameter(via_dispatch, PIX_IMAGE_FORMAT), PIX_BGR24);
+  EXPECT_EQ(find_image(via_dispatch)->flags & (PIX_FLAG_DIB | PIX_FLAG_JPEG), PIX_FLAG_DIB);
+  const tPIX_Image& a = *find_image(via_dispatch);
+  const tPIX_Image& b = *find_image(direct);
+  ASSERT_EQ(a.bytes_per_line, b.bytes_per_line);
+  EXPECT_EQ(0, std::memcmp(a.data, b.data, 40 + 3 * a.bytes_per_line));
 }
 
 TEST_F(Dispatch, RoutesGiveWhatTheConvertersGive) {
