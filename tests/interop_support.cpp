@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <unistd.h>
 
 #ifndef PIX95_TEST_TOOLS_DIR
 #error "PIX95_TEST_TOOLS_DIR names the directory of pillow_io.py"
@@ -25,8 +26,9 @@ int run(const std::string& command, std::string* output) {
 }
 
 std::string scratch_dir() {
+  // One directory a test program: programs that run side by side keep apart.
   static const std::string dir = [] {
-    std::string d = "interop-scratch";
+    std::string d = "interop-scratch/" + std::to_string(getpid());
     run("rm -rf '" + d + "' && mkdir -p '" + d + "'");
     return d;
   }();
