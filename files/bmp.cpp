@@ -14,6 +14,7 @@
 
 #include "convert/kernels/direct.h"
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
 #include "core/strip.h"
@@ -59,6 +60,15 @@ BmpTransfers& transfers() noexcept {
   static BmpTransfers state;
   return state;
 }
+// Destroying every image ends both transfers and closes their files.
+void forget_transfers() noexcept {
+  for (Transfer* t : {static_cast<Transfer*>(&transfers().reader), static_cast<Transfer*>(&transfers().writer)}) {
+    t->progress = {};
+    t->stream.discard();
+  }
+  transfers().writer.area_pending = false;
+}
+[[maybe_unused]] const bool registered = register_release(&forget_transfers);
 
 constexpr uint32_t data_offset(bool eight_bit) { return eight_bit ? kPaletteAt + kPaletteBytes : kPaletteAt; }
 

@@ -11,6 +11,7 @@
 #include "convert/kernels/tables.h"
 #include "convert/kernels/yuv.h"
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/status.h"
 #include "core/strip.h"
 
@@ -37,6 +38,8 @@ DibTransfer& transfer() noexcept {
   static DibTransfer state;
   return state;
 }
+void forget_transfer() noexcept { transfer().progress = {}; }
+[[maybe_unused]] const bool registered = register_release(&forget_transfer);
 
 constexpr bool accepted(uint16_t format) {
   return (format >= PIX_Y8 && format <= PIX_YUV422) || format == PIX_Y16;
