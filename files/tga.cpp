@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "convert/direct.h"
+#include "convert/kernels/direct.h"
 #include "core/image.h"
 #include "core/memory.h"
 #include "core/status.h"
@@ -34,23 +35,19 @@ struct TgaTransfers {
   uint8_t file_depth = 0;  // the pixel depth byte of the file being read
   strip::Progress writer;
   files::Stream out;
-  std::vector<uint8_t> row;  // the writer's row buffer
+  std::vector<uint8_t> row;   // the writer's row buffer
+  std::vector<uint8_t> line;  // the reader's line of blue, green, red pixels
 };
 TgaTransfers& transfers() {
   static TgaTransfers state;
   return state;
 }
 
-// Byte count of `pixels` pixels of `bytes` bytes each, bounded by what
-// remains of a strip from `at`: a line never runs past the strip.
-std::size_t fitting(uint64_t pixels, unsigned bytes, uint64_t at, uint64_t strip) {
-  const uint64_t want = pixels * bytes;
-  if (at >= strip) return 0;
-  return static_cast<std::size_t>(std::min(want, strip - at));
-}
-
-void swap_red_blue(uint8_t* p, std::size_t bytes) {
-  for (std::size_t i = 0; i + 2 < bytes; i += 3) std::swap(p[i], p[i + 2]);
+// Blue, green, red pixels to red, green, blue and back: the same byte swap.
+void swap_red_blue(const uint8_t* from, uint8_t* to, std::size_t pixels) {
+  using convert::kernels::Direct;
+  static const convert::kernels::DirectRow swap = convert::kernels::direct_row(Direct::bgr24, Direct::rgb24);
+  swap(from, to, pixels, 0);
 }
 
 // ---------------------------------------------------------------- reading
@@ -65,7 +62,7 @@ uint32_t stop_reading(uint32_t result) {
 uint32_t read_header(uint32_t handle, Image& img) {
   TgaTransfers& t = transfers();
   t.reader.lines_done = 0;
-  if (!t.in.open(img.in_filename, "rb")) return report(kReader, code::open_failed, "Failed to open file");
+  if (!t.in.open(img.in_filename, "rb", true)) return report(kReader, code::open_failed, "Failed to open file");
   std::array<uint8_t, kHeaderBytes> h;
   files::read_or_fill(t.in.get(), h);
   // Kept: the ID field is not skipped; pixel data is taken from offset 18.
@@ -93,25 +90,54 @@ bool sixteen_bit_file() {
   return d == 15 || d == 16;
 }
 
+// Fills `bytes` from the file being read (0xFF past its end or without a stream).
+void take(std::span<uint8_t> bytes) {
+  FILE* f = transfers().in.get();
+  if (f != nullptr) {
+    files::read_or_fill(f, bytes);
+  } else {
+    std::fill(bytes.begin(), bytes.end(), files::kPastEnd);
+  }
+}
+
 // Lines advance by the record's line length; with the usual 2-byte line
-// alignment that is the pixel bytes plus one when they are odd.
+// alignment that is the pixel bytes plus one when they are odd.  Blue,
+// green, red lines come in through a buffer of many lines and are swapped
+// into place; the others go straight into the strip.  Nothing is written
+// beyond `strip` bytes.
 void read_lines(Image& img, uint64_t strip) {
   TgaTransfers& t = transfers();
-  FILE* f = t.in.get();
   const bool bgr = t.file_depth == 24;
   const unsigned bytes = bgr ? 3 : sixteen_bit_file() ? 2 : std::max(1u, pixel_bytes(t.file_depth));
-  const uint64_t stride = img.bytes_per_line;
-  for (uint32_t y = 0; y < img.lines_this_strip; ++y) {
-    const uint64_t at = y * stride;
-    const std::size_t n = fitting(img.width, bytes, at, strip);
-    if (n == 0) break;
-    std::span<uint8_t> line(img.data + at, n);
-    if (f != nullptr) {
-      files::read_or_fill(f, line);
-    } else {
-      std::fill(line.begin(), line.end(), files::kPastEnd);
+  const uint64_t line = static_cast<uint64_t>(img.width) * bytes;
+  const uint64_t stride = std::max<uint64_t>(img.bytes_per_line, line);
+  const uint32_t lines = img.lines_this_strip;
+  if (line == 0 || lines == 0) return;
+  const uint32_t whole = strip < line ? 0 : static_cast<uint32_t>(std::min<uint64_t>(lines, (strip - line) / stride + 1));
+  if (!bgr && stride == line) {
+    take({img.data, static_cast<std::size_t>(whole * line)});
+  } else if (!bgr) {
+    for (uint32_t y = 0; y < whole; ++y) take({img.data + y * stride, static_cast<std::size_t>(line)});
+  } else {
+    const uint32_t group = static_cast<uint32_t>(std::max<uint64_t>(1, 65536 / line));
+    t.line.resize(static_cast<std::size_t>(std::min<uint64_t>(group, whole) * line));
+    for (uint32_t y = 0; y < whole; y += group) {
+      const uint32_t k = std::min(group, whole - y);
+      take({t.line.data(), static_cast<std::size_t>(k * line)});
+      for (uint32_t i = 0; i < k; ++i) swap_red_blue(t.line.data() + i * line, img.data + (y + i) * stride, img.width);
     }
-    if (bgr) swap_red_blue(line.data(), n);
+  }
+  // A strip too small for its lines takes what fits of the next one.
+  const uint64_t at = whole * stride;
+  if (whole < lines && at < strip) {
+    const std::size_t n = static_cast<std::size_t>(strip - at);
+    if (bgr) {
+      t.line.resize(n);
+      take(t.line);
+      swap_red_blue(t.line.data(), img.data + at, n / 3);
+    } else {
+      take({img.data + at, n});
+    }
   }
 }
 
@@ -158,6 +184,7 @@ uint32_t read_strip(uint32_t handle, uint64_t strip) {
 
 uint32_t finish_reading() {
   TgaTransfers& t = transfers();
+  t.line = {};
   if (!t.in.close()) {
     t.reader.state = kHeaderTaken;  // kept: a failed close leaves the reader busy
     return report(kReader, code::close_failed, "Failed to close file");
@@ -199,13 +226,7 @@ uint32_t write_strip(const Image& img) {
   }
   t.row.resize(line);
   for (uint32_t y = 0; y < img.lines_this_strip; ++y) {
-    const uint8_t* s = img.data + y * stride;
-    uint8_t* d = t.row.data();
-    for (std::size_t i = 0; i < line; i += 3) {
-      d[i] = s[i + 2];
-      d[i + 1] = s[i + 1];
-      d[i + 2] = s[i];
-    }
+    swap_red_blue(img.data + y * stride, t.row.data(), img.width);
     files::write_bytes(f, t.row);
   }
   return 0;
