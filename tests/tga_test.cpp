@@ -103,9 +103,7 @@ TEST_F(Tga, HeaderAndRowsAreWrittenTopRowFirstWithoutPadding) {
     }
   }
   write(filled(PIX_Y8, 5, 1), 1);
-  EXPECT_EQ(slurp(kFile)[2], 3);
-  EXPECT_EQ(slurp(kFile)[16], 8);
-  EXPECT_EQ(slurp(kFile).size(), 18u + 5);
+  EXPECT_EQ(slurp(kFile), Bytes({0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 5, 0, 1, 0, 8, 0x20, 7, 36, 65, 94, 123}));
   write(filled(PIX_RGB15, 5, 1), 1);
   EXPECT_EQ(slurp(kFile)[16], 16);
   EXPECT_EQ(slurp(kFile).size(), 18u + 10);
@@ -284,14 +282,6 @@ TEST_F(Tga, TheWriterRefusesAndSkipsAsItShould) {
   PIX_image_set_parameter(img, PIX_IMAGE_DEPTH, 8);
   PIX_image_set_outfilename(img, "no/such/dir/x.tga");
   expect_report(PIX_write_TGA_file(img, PIX_STRIP_NEXT), "PIX_write_TGA_file", 0x10640000u, "Failed to create file");
-  // Codes 6 and 7 write what 5 writes.
-  PIX_image_set_outfilename(img, kFile);
-  ASSERT_EQ(PIX_image_write(img, 0, PIX_FILE_TGA, PIX_STRIP_NEXT), 0u);
-  const Bytes five = slurp(kFile);
-  for (uint16_t code : {6, 7}) {
-    ASSERT_EQ(PIX_image_write(img, 0, code, PIX_STRIP_NEXT), 0u);
-    EXPECT_EQ(slurp(kFile), five);
-  }
 }
 
 }  // namespace
