@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
 #include "core/strip.h"
@@ -74,6 +75,17 @@ EpsTransfers& transfers() {
   static EpsTransfers state;
   return state;
 }
+// Destroying every image ends both transfers and closes their files.
+void forget_transfers() noexcept {
+  EpsTransfers& t = transfers();
+  t.writer = {};
+  t.out.discard();
+  t.reader = {};
+  t.in.discard();
+  t.source = TextSource{};
+  t.at_end = false;
+}
+[[maybe_unused]] const bool registered = register_release(&forget_transfers);
 
 // ---------------------------------------------------------------- geometry
 

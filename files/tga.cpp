@@ -11,6 +11,7 @@
 #include "convert/direct.h"
 #include "convert/kernels/direct.h"
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
 #include "core/strip.h"
@@ -42,6 +43,15 @@ TgaTransfers& transfers() {
   static TgaTransfers state;
   return state;
 }
+// Destroying every image ends both transfers and closes their files.
+void forget_transfers() noexcept {
+  TgaTransfers& t = transfers();
+  t.reader = {};
+  t.in.discard();
+  t.writer = {};
+  t.out.discard();
+}
+[[maybe_unused]] const bool registered = register_release(&forget_transfers);
 
 // Blue, green, red pixels to red, green, blue and back: the same byte swap.
 void swap_red_blue(const uint8_t* from, uint8_t* to, std::size_t pixels) {
