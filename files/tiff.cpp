@@ -384,13 +384,21 @@ uint32_t read_1_strip(TiffReader& t, uint32_t handle) {
   const std::size_t room = static_cast<std::size_t>(std::min<uint64_t>(stride, file_line * (t.nibbles ? 2 : 1)));
   const uint32_t skip = PIX_image_calc_skip_bytes(img->width, img->depth, 1);
   if (y16 || t.nibbles) t.row.resize(static_cast<std::size_t>(file_line));
-  for (uint32_t r = 0; r < img->lines_this_strip; ++r) {
+  // Lines that lie back to back both in the file and in the strip are read
+  // together, up to the end of the file's strip.
+  const bool contiguous = !y16 && !t.nibbles && room == file_line && stride == file_line && skip == 0;
+  for (uint32_t r = 0; r < img->lines_this_strip;) {
     const uint64_t line = static_cast<uint64_t>(t.progress.lines_done) + r;
-    if (t.rows_per_strip != 0 && line % t.rows_per_strip == 0) {
-      const uint64_t index = line / t.rows_per_strip;
-      if (index >= kStripTable) return report(kReaderWorker, code::corrupt, "strip beyond the strip offset table");
-      seek_to(f, t.strip_offsets[static_cast<std::size_t>(index)]);
+    uint64_t run = img->lines_this_strip - r;
+    if (t.rows_per_strip != 0) {
+      if (line % t.rows_per_strip == 0) {
+        const uint64_t index = line / t.rows_per_strip;
+        if (index >= kStripTable) return report(kReaderWorker, code::corrupt, "strip beyond the strip offset table");
+        seek_to(f, t.strip_offsets[static_cast<std::size_t>(index)]);
+      }
+      run = std::min<uint64_t>(run, t.rows_per_strip - line % t.rows_per_strip);
     }
+    if (!contiguous) run = 1;
     uint8_t* out = img->data + r * stride;
     if (y16) {
       files::read_or_fill(f, t.row);
@@ -403,13 +411,12 @@ uint32_t read_1_strip(TiffReader& t, uint32_t handle) {
         const uint8_t b = t.row[i / 2];
         out[i] = (i & 1) != 0 ? b & 0x0F : b >> 4;
       }
-    } else if (room == file_line) {
-      files::read_or_fill(f, {out, room});
     } else {
-      files::read_or_fill(f, {out, room});
-      files::skip_read(f, static_cast<std::size_t>(file_line - room));
+      files::read_or_fill(f, {out, static_cast<std::size_t>(room * run)});
+      if (room < file_line) files::skip_read(f, static_cast<std::size_t>(file_line - room));
     }
     files::skip_read(f, skip);
+    r += static_cast<uint32_t>(run);
   }
   return 0;
 }
