@@ -18,9 +18,9 @@ using pixtest::LibraryTest;
 namespace io = pixtest::interop;
 using Bytes = std::vector<uint8_t>;
 
-Bytes pattern(std::size_t n, unsigned seed) {
+Bytes pattern(std::size_t n, unsigned salt) {
   Bytes b(n);
-  for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>((i * 151 + seed * 29 + (i >> 5) * 7) & 0xFF);
+  for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>((i * 151 + salt * 29 + (i >> 5) * 7) & 0xFF);
   return b;
 }
 

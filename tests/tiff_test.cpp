@@ -96,9 +96,9 @@ TiffFile grey_file(char order, uint32_t w, uint32_t h, uint32_t bits, const Byte
   return t;
 }
 
-Bytes pattern(std::size_t n, unsigned seed) {
+Bytes pattern(std::size_t n, unsigned salt) {
   Bytes b(n);
-  for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>((i * 73 + seed * 41 + (i >> 7)) & 0xFF);
+  for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>((i * 73 + salt * 41 + (i >> 7)) & 0xFF);
   return b;
 }
 
