@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
 #include "core/strip.h"
@@ -440,6 +441,16 @@ TiffWriter& writer() {
   static TiffWriter state;
   return state;
 }
+
+// Destroying every image ends both transfers and closes their files; what
+// the reader keeps between files stays.
+void forget_transfers() noexcept {
+  reader().progress = {};
+  reader().stream.discard();
+  writer().progress = {};
+  writer().stream.discard();
+}
+[[maybe_unused]] const bool registered = register_release(&forget_transfers);
 
 // The header, built whole and written at once.
 class HeaderBuilder {

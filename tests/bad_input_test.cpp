@@ -140,4 +140,40 @@ TEST_F(BadInput, ZeroSizesAndNullPointers) {
   pix::set_error_sink(old);
 }
 
+TEST_F(BadInput, FileFunctionsRefuseHandlesThatNameNothing) {
+  using Transfer = uint32_t(PIX_CALL*)(uint32_t, uint16_t);
+  struct Expected {
+    Transfer fn;
+    uint32_t code;
+  };
+  // Bitmap functions answer with the bare code; the other readers with a
+  // bad handle; the writers fail the image check.
+  const Expected transfers[] = {
+      {PIX_read_BMP_file, 0x00010000u},  {PIX_write_BMP_file, 0x00010000u},  {PIX_read_TIFF_file, 0x10010000u},
+      {PIX_write_TIFF_file, 0x10030000u}, {PIX_read_TGA_file, 0x10010000u},  {PIX_write_TGA_file, 0x10030000u},
+      {PIX_read_EPS_file, 0x10010000u},  {PIX_write_EPS_file, 0x10030000u},  {PIX_write_raw_data_file, 0x10030000u},
+  };
+  const uint32_t good = pixtest::make_image(PIX_Y8, 4, 4, 4);
+  for (uint32_t h : kBadHandles) {
+    if (h == good) continue;
+    SCOPED_TRACE(h);
+    for (const Expected& e : transfers) {
+      for (uint16_t command : {3, 4}) EXPECT_EQ(e.fn(h, command), e.code);
+    }
+    EXPECT_EQ(PIX_convert_to_DIB_w31(h, good, 0, 3), 0x00010000u);
+    EXPECT_EQ(PIX_convert_to_DIB_w31(good, h, 0, 3), 0x00010000u);
+    EXPECT_EQ(PIX_write_to_memory(h, good, 3), 0x10030000u);
+    EXPECT_EQ(PIX_read_from_memory(h, good, 3), 0x10030000u);
+    EXPECT_EQ(PIX_image_read(h, 0, 3), 0x10010000u);
+    EXPECT_EQ(PIX_image_write(h, 0, PIX_FILE_TGA, 3), 0x10030000u);
+  }
+  // No name, or an empty one: the file cannot be opened.
+  EXPECT_EQ(PIX_image_find_file_format(nullptr), 0x10640000u);
+  const uint32_t unnamed = PIX_image_create();
+  EXPECT_EQ(PIX_image_read(unnamed, 0, 3), 0x10640000u);
+  for (Transfer reader : {PIX_read_BMP_file, PIX_read_TIFF_file, PIX_read_TGA_file, PIX_read_EPS_file}) {
+    EXPECT_EQ(reader(unnamed, 3), 0x10640000u);
+  }
+}
+
 }  // namespace

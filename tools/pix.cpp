@@ -249,6 +249,7 @@ ConvertOptions parse_convert(const std::vector<std::string>& args) {
 int convert(const ConvertOptions& o) {
   const uint16_t out_format = file_format_of(o.out);
   Image in;
+  Image expanded;
   Image converted;
   PIX_image_set_infilename(in, o.in.c_str());
   uint32_t height = 0;
@@ -261,8 +262,6 @@ int convert(const ConvertOptions& o) {
   }
   const bool converting = o.target >= 0;
   const uint32_t flags = o.lut ? PIX_FLAG_USE_LUT : 0;
-  PIX_image_set_outfilename(in, o.out.c_str());
-  PIX_image_set_outfilename(converted, o.out.c_str());
   uint32_t done = 0;
   Progress bar("converting", height == 0 ? 1 : (height + o.strip_lines - 1) / std::max(o.strip_lines, 1u));
   uint32_t strips = 0;
@@ -271,11 +270,18 @@ int convert(const ConvertOptions& o) {
     height = param(in, PIX_IMAGE_HEIGHT);
     const uint32_t lines = param(in, PIX_LINES_THIS_STRIP);
     uint32_t source = in;
-    if (converting && param(in, PIX_IMAGE_FORMAT) != static_cast<uint32_t>(o.target)) {
-      check(PIX_image_convert(in, converted, static_cast<uint16_t>(o.target), flags, PIX_STRIP_NEXT), "converting");
-      PIX_image_set_outfilename(converted, o.out.c_str());
+    if (converting && param(in, PIX_IMAGE_FORMAT) == PIX_PALETTED && o.target != PIX_PALETTED) {
+      // Paletted pixels leave through their colour map: grey maps give Y8,
+      // others RGB24; the step below goes on from there when needed.
+      check(PIX_image_convert(in, expanded, PIX_RGB24_OR_Y8, flags, PIX_STRIP_NEXT), "expanding the palette");
+      source = expanded;
+    }
+    if (converting && param(source, PIX_IMAGE_FORMAT) != static_cast<uint32_t>(o.target)) {
+      check(PIX_image_convert(source, converted, static_cast<uint16_t>(o.target), flags, PIX_STRIP_NEXT),
+            "converting");
       source = converted;
     }
+    PIX_image_set_outfilename(source, o.out.c_str());
     check(PIX_image_write(source, 0, out_format, PIX_STRIP_NEXT), "writing");
     done += lines;
     bar.update(++strips);
