@@ -11,7 +11,9 @@ namespace {
 
 // Bytes of `lines` lines, counted wide so that a huge request cannot wrap.
 uint64_t strip_bytes(const Image& img, uint32_t lines) {
-  return static_cast<uint64_t>(lines) * img.bytes_per_line;
+  const uint64_t line = img.format == PIX_BILEVEL && img.bytes_per_line < bilevel_stride(img) ? bilevel_stride(img)
+                                                                                              : img.bytes_per_line;
+  return static_cast<uint64_t>(lines) * line;
 }
 
 uint32_t copy_1_strip(uint32_t from, uint32_t to) {

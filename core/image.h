@@ -28,6 +28,16 @@ Image* find_image(uint32_t handle) noexcept;
 // Bytes of one pixel as line lengths count them: depth 15 counts 2, depth 1 counts 0.
 constexpr uint32_t pixel_bytes(uint32_t depth) { return (depth + 1) >> 3; }
 
+// Bilevel lines: the record counts no bytes for them (kept: parameter 15 of
+// a bilevel image reads 0), but their bits are stored packed, eight pixels a
+// byte, each line padded to the line alignment.  Strips are allocated at this
+// stride, so that the file transfers of bilevel images stay inside them.
+constexpr uint64_t bilevel_stride(const Image& img) {
+  const uint64_t bytes = (static_cast<uint64_t>(img.width) + 7) / 8;
+  const uint64_t align = img.line_align == 0 ? 1 : img.line_align;
+  return (bytes + align - 1) / align * align;
+}
+
 // Copies a NUL-terminated text into a 128-byte record field, cut to fit.
 void copy_name(char (&field)[PIX_NAME_LENGTH], const char* text) noexcept;
 

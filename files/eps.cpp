@@ -131,12 +131,11 @@ uint64_t data_bytes(const Image& img) {
   return img.width;
 }
 
-// Distance between lines in memory.  A bilevel record counts no line bytes,
-// so its lines are taken to be their data bytes padded to an even count;
-// every other format steps by the record's line length (with the usual
-// 2-byte alignment also the data bytes padded to an even count).
+// Distance between lines in memory: the record's line length, or for a
+// bilevel image (whose record counts no line bytes) its packed stride.  With
+// the usual 2-byte alignment both are the data bytes padded to an even count.
 uint64_t line_step(const Image& img) {
-  if (img.format == PIX_BILEVEL) return (data_bytes(img) + 1) & ~1ull;
+  if (img.format == PIX_BILEVEL) return bilevel_stride(img);
   return img.bytes_per_line;
 }
 
@@ -424,21 +423,10 @@ uint32_t read_header(uint32_t handle, Image& img) {
   return 0;
 }
 
-// A bilevel record counts no line bytes, so its strip is sized here.
 uint32_t allocate_strip(uint32_t handle, uint64_t& strip) {
-  Image& img = *find_image(handle);
-  if (img.format != PIX_BILEVEL) {
-    if (uint32_t r = PIX_image_malloc_a_strip(handle); is_error(r)) return r;
-    strip = static_cast<uint64_t>(img.lines_this_strip) * img.bytes_per_line;
-    return 0;
-  }
+  if (uint32_t r = PIX_image_malloc_a_strip(handle); is_error(r)) return r;
+  const Image& img = *find_image(handle);
   strip = static_cast<uint64_t>(img.lines_this_strip) * line_step(img);
-  if ((img.flags & PIX_FLAG_LOCKED) != 0 && img.data != nullptr) return 0;
-  void* block = strip <= 0xFFFFFFFFull ? memory::allocate(static_cast<std::size_t>(strip)) : nullptr;
-  if (block == nullptr) {
-    return report("PIX_image_malloc_a_strip", code::out_of_memory | static_cast<uint32_t>(strip & 0xFFFF));
-  }
-  img.data = static_cast<uint8_t*>(block);
   return 0;
 }
 

@@ -86,11 +86,6 @@ uint64_t size_of(FILE* f) {
 // pixel in the top bit, padded to the line alignment.  The image check counts
 // no bytes for depth 1, so the strip of a bilevel image is sized here.
 uint32_t bilevel_line_bytes(uint32_t width) { return static_cast<uint32_t>((static_cast<uint64_t>(width) + 7) / 8); }
-uint64_t bilevel_stride(const Image& img) {
-  const uint64_t bytes = bilevel_line_bytes(img.width);
-  const uint64_t align = img.line_align == 0 ? 1 : img.line_align;
-  return (bytes + align - 1) / align * align;
-}
 
 // The strip buffer of a bilevel image: the caller's when locked, else a
 // fresh one of `lines` packed lines.
