@@ -12,8 +12,11 @@
 namespace pixfuzz {
 
 // A scratch file of this process, rewritten for every input.
+// Kept in memory (/dev/shm) where the system has it: fuzzing is bound by
+// how fast a file is written and read back.
 inline const std::string& scratch(const char* suffix) {
-  static const std::string path = "/tmp/pix95-fuzz-" + std::to_string(getpid()) + suffix;
+  static const std::string path = std::string(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") +
+                                  "/pix95-fuzz-" + std::to_string(getpid()) + suffix;
   return path;
 }
 
