@@ -83,13 +83,7 @@ constexpr uint64_t file_stride(uint32_t width, bool eight_bit) {
 bool seek_row(FILE* f, uint64_t row, uint64_t stride, uint32_t offset) {
   constexpr uint64_t kLimit = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
   if (stride != 0 && row > (kLimit - offset) / stride) return false;
-  const uint64_t at = row * stride + offset;
-#if defined(_WIN32)
-  return _fseeki64(f, static_cast<long long>(at), SEEK_SET) == 0;
-#else
-  if (at > static_cast<uint64_t>(std::numeric_limits<off_t>::max())) return false;
-  return fseeko(f, static_cast<off_t>(at), SEEK_SET) == 0;
-#endif
+  return files::seek64(f, row * stride + offset, SEEK_SET) == 0;
 }
 
 // Index of the strip's lowest row among the file's rows.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 
 #include "pix95.h"
 
@@ -60,6 +61,25 @@ bool write_zeros(FILE* stream, std::size_t count) noexcept {
     count -= n;
   }
   return true;
+}
+
+int seek64(FILE* stream, uint64_t offset, int whence) noexcept {
+  if (offset > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) return -1;
+#ifdef _WIN32
+  return _fseeki64(stream, static_cast<long long>(offset), whence);
+#else
+  if (offset > static_cast<uint64_t>(std::numeric_limits<off_t>::max())) return -1;
+  return fseeko(stream, static_cast<off_t>(offset), whence);
+#endif
+}
+
+uint64_t tell64(FILE* stream) noexcept {
+#ifdef _WIN32
+  const long long at = _ftelli64(stream);
+#else
+  const off_t at = ftello(stream);
+#endif
+  return at < 0 ? 0 : static_cast<uint64_t>(at);
 }
 
 }  // namespace pix::files

@@ -54,6 +54,13 @@ bool write_bytes(FILE* stream, std::span<const uint8_t> bytes) noexcept;
 // Writes `count` zero bytes.
 bool write_zeros(FILE* stream, std::size_t count) noexcept;
 
+// Positions beyond 2 GiB (32-bit file offsets reach 4 GiB): fseek with a
+// 64-bit offset.  Gives 0 on success, like fseek; an offset the system's file
+// positions cannot hold fails.
+int seek64(FILE* stream, uint64_t offset, int whence) noexcept;
+// The position, 0 when the stream cannot tell.
+uint64_t tell64(FILE* stream) noexcept;
+
 // One byte, kPastEnd at the end of the file.
 inline uint8_t get_byte(FILE* stream) noexcept {
   const int c = std::getc(stream);

@@ -49,25 +49,8 @@ enum Tag : uint16_t {
 };
 enum FieldType : uint16_t { kShort = 3, kLong = 4, kRational = 5 };
 
-// ---------------------------------------------------------------------------
-// Stream positions beyond 2 GiB (32-bit offsets reach 4 GiB).
-
-int seek64(FILE* f, uint64_t offset, int whence) {
-#ifdef _WIN32
-  return _fseeki64(f, static_cast<long long>(offset), whence);
-#else
-  return fseeko(f, static_cast<off_t>(offset), whence);
-#endif
-}
-
-uint64_t tell64(FILE* f) {
-#ifdef _WIN32
-  const long long at = _ftelli64(f);
-#else
-  const off_t at = ftello(f);
-#endif
-  return at < 0 ? 0 : static_cast<uint64_t>(at);
-}
+using files::seek64;
+using files::tell64;
 
 // Positions the stream at `offset`.  A position the stream refuses becomes
 // the end of the file, so that what follows reads on with kPastEnd bytes.
