@@ -41,7 +41,10 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-File open_text(const char* name) { return File{std::fopen(name, "r")}; }
+File open_text(const char* name) {
+  if (name == nullptr) return File{};  // no name: a file that cannot be opened
+  return File{std::fopen(name, "r")};
+}
 
 // One character as a text-mode stream on Windows delivers it: elsewhere a
 // carriage return right before a line-feed is dropped, so files with CR LF
@@ -115,6 +118,9 @@ class ByteBuffer {
   std::size_t size_ = 0;
 };
 
+// A file name as messages show it.
+const char* shown(const char* name) { return name != nullptr ? name : ""; }
+
 }  // namespace
 }  // namespace pix::support
 
@@ -122,6 +128,7 @@ extern "C" {
 
 PIX_API uint32_t PIX_CALL KVB_locate_fpga_rbt_file(const char* variable, char* file_name) {
   using namespace pix::support;
+  if (file_name == nullptr) return fail("KVB_locate_fpga_rbt_file", kOpenFailed);  // nowhere to look or answer
   if (File file = open_text(file_name)) return 0;
 
   const char* directory = variable != nullptr ? std::getenv(variable) : nullptr;
@@ -139,6 +146,7 @@ PIX_API uint32_t PIX_CALL KVB_locate_fpga_rbt_file(const char* variable, char* f
 
 PIX_API uint32_t PIX_CALL KVB_get_rbt_bit_length(const char* file_name) {
   using namespace pix::support;
+  if (file_name == nullptr) return 0;
   std::FILE* file = std::fopen(file_name, "r");
   if (file == nullptr) return 0;
   // A file with fewer header lines fails the check below.
@@ -168,9 +176,10 @@ PIX_API uint32_t PIX_CALL KVB_get_fpga_data_and_length(const char* file_name, tK
   constexpr const char* kName = "KVB_get_fpga_data_and_length";
 
   const uint32_t length = KVB_get_rbt_bit_length(file_name);
-  record->length = length;
-  if (length == 0) {
-    std::snprintf(message(), kMessageSize, "Failed to open '%s', or file corrupt", file_name);
+  if (record == nullptr || length == 0) {
+    // No record to fill is refused like a file that cannot be read.
+    if (record != nullptr) record->length = length;
+    std::snprintf(message(), kMessageSize, "Failed to open '%s', or file corrupt", shown(file_name));
     return fail(kName, kOpenFailed);
   }
 
@@ -232,12 +241,13 @@ PIX_API uint32_t PIX_CALL KVB_get_fpga_data_and_length(const char* file_name, tK
 
 PIX_API uint32_t PIX_CALL KVB_get_rbt_date_string(const char* file_name, char* date) {
   using namespace pix::support;
-  date[0] = '\0';
+  if (date != nullptr) date[0] = '\0';
   File file = open_text(file_name);
   if (!file) {
-    std::snprintf(message(), kMessageSize, "Failed to open '%s'", file_name);
+    std::snprintf(message(), kMessageSize, "Failed to open '%s'", shown(file_name));
     return fail("KVB_get_rbt_date_string", kOpenFailed);
   }
+  if (date == nullptr) return 0;  // nowhere to put the date
   // The third line, in ctime layout ("Fri Jan  5 10:23:45 2001"), stays in
   // the line buffer.  A file with fewer lines leaves it cleared, which gives
   // an empty date.

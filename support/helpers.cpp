@@ -66,7 +66,13 @@ PIX_API int PIX_CALL KVB_pause(const char* text) {
 }
 
 PIX_API char* PIX_CALL KVB_sscanf(const char* text, uint16_t* value) {
-  *value = pix::support::leading_number(text);
+  // Null pointers are answered, not followed: no text reads as no number.
+  if (text == nullptr) {
+    if (value != nullptr) *value = 0;
+    return nullptr;
+  }
+  const uint16_t number = pix::support::leading_number(text);
+  if (value != nullptr) *value = number;
   const char* p = text;
   while (pix::support::is_space(*p)) ++p;
   // Kept: callers walk number lists with p = KVB_sscanf(p, &v), so the
@@ -77,10 +83,11 @@ PIX_API char* PIX_CALL KVB_sscanf(const char* text, uint16_t* value) {
 }
 
 PIX_API int PIX_CALL KVB_strncmp(const char* a, const char* b, uint32_t n) {
-  return std::strncmp(a, b, n);
+  return std::strncmp(a != nullptr ? a : "", b != nullptr ? b : "", n);  // a null text compares as empty
 }
 
 PIX_API char* PIX_CALL KVB_str_tolower(char* text) {
+  if (text == nullptr) return nullptr;
   for (char* p = text; *p != '\0'; ++p) {
     *p = static_cast<char>(std::tolower(static_cast<unsigned char>(*p)));
   }
@@ -88,6 +95,7 @@ PIX_API char* PIX_CALL KVB_str_tolower(char* text) {
 }
 
 PIX_API char* PIX_CALL KVB_str_toupper(char* text) {
+  if (text == nullptr) return nullptr;
   for (char* p = text; *p != '\0'; ++p) {
     *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
   }
@@ -95,8 +103,10 @@ PIX_API char* PIX_CALL KVB_str_toupper(char* text) {
 }
 
 PIX_API uint16_t PIX_CALL parse_command(tKVB_Command* record, uint16_t argc, char** argv) {
+  if (record == nullptr) return 0;
+  if (argv == nullptr) argc = 0;  // no words: an empty command line
   record->program[0] = '\0';
-  if (argc > 0) pix::support::copy_text(record->program, argv[0]);
+  if (argc > 0 && argv[0] != nullptr) pix::support::copy_text(record->program, argv[0]);
 
   // The record has room for KVB_MAX_OPTIONS options and KVB_MAX_ARGUMENTS
   // plain arguments: entries beyond them are dropped and not counted.
@@ -104,6 +114,7 @@ PIX_API uint16_t PIX_CALL parse_command(tKVB_Command* record, uint16_t argc, cha
   uint16_t arguments = 0;
   for (uint16_t i = 1; i < argc; ++i) {
     const char* entry = argv[i];
+    if (entry == nullptr) continue;
     if (entry[0] == '-') {
       if (options < KVB_MAX_OPTIONS) pix::support::copy_text(record->options[options++], entry);
     } else {

@@ -176,4 +176,48 @@ TEST_F(BadInput, FileFunctionsRefuseHandlesThatNameNothing) {
   }
 }
 
+TEST_F(BadInput, ColourMapTableAndLutFunctionsReportABadHandle) {
+  for (uint32_t h : kBadHandles) {
+    SCOPED_TRACE(h);
+    EXPECT_EQ(PIX_cmap_find_closest_colour(h, 1, 2, 3), 0x10010000u);
+    EXPECT_EQ(PIX_cmap_get_RGB_colour(h, 1), 0x10010000u);
+    EXPECT_EQ(PIX_cmap_get_occurrences(h, 1), 0x10010000u);
+    EXPECT_EQ(PIX_cmap_set_RGB_colour(h, 1, 2, 3, 4), 0x10010000u);
+    EXPECT_EQ(PIX_cmap_set_colour(h, 1, 2), 0x10010000u);
+    EXPECT_EQ(PIX_cmap_set_type(h, 2), 0x10010000u);
+    EXPECT_EQ(PIX_generate_RGB16_to_paletted_LUT(h), 0x10010000u);
+    EXPECT_EQ(PIX_generate_Y8_to_paletted_LUT(h), 0x10010000u);
+    EXPECT_EQ(PIX_generate_Y16_to_paletted_LUT(h), 0x10010000u);
+    EXPECT_EQ(PIX_generate_YUV422_to_paletted_LUT(h), 0x10010000u);
+    EXPECT_EQ(PIX_image_conv_LUT_generate(h, 200), 0x10010000u);
+    EXPECT_EQ(PIX_image_conv_LUT_load(h, 201, "bad_input_no_such.lut"), 0x10010000u);
+    EXPECT_EQ(PIX_image_conv_LUT_save(h, 201, "bad_input_never.lut"), 0x10010000u);
+    EXPECT_EQ(PIX_LUT_generate(h, 0, 0, 0, 0, 0, 0), 0x10010000u);
+  }
+}
+
+TEST_F(BadInput, NullTextsAndRecordsAreAnsweredNotFollowed) {
+  const uint32_t h = pixtest::make_image(PIX_Y8, 4, 4, 4);
+  EXPECT_EQ(PIX_image_conv_LUT_load(h, 201, nullptr), 0x10640000u);
+  EXPECT_EQ(PIX_image_conv_LUT_save(h, 201, nullptr), 0x10640000u);
+  EXPECT_EQ(KVB_get_rbt_bit_length(nullptr), 0u);
+  tKVB_FPGA_Data record{};
+  EXPECT_EQ(KVB_get_fpga_data_and_length(nullptr, &record), 0x18640000u);
+  EXPECT_EQ(KVB_get_fpga_data_and_length("bad_input_no_such.rbt", nullptr), 0x18640000u);
+  EXPECT_EQ(KVB_get_rbt_date_string(nullptr, nullptr), 0x18640000u);
+  EXPECT_EQ(KVB_locate_fpga_rbt_file(nullptr, nullptr), 0x18640000u);
+  EXPECT_EQ(KVB_str_tolower(nullptr), nullptr);
+  EXPECT_EQ(KVB_str_toupper(nullptr), nullptr);
+  EXPECT_EQ(KVB_strncmp(nullptr, "", 4), 0);
+  uint16_t value = 7;
+  EXPECT_EQ(KVB_sscanf(nullptr, &value), nullptr);
+  EXPECT_EQ(value, 0u);
+  EXPECT_EQ(parse_command(nullptr, 2, nullptr), 0u);
+  tKVB_Command command{};
+  char program[] = "prog";
+  char* words[] = {program, nullptr};
+  EXPECT_EQ(parse_command(&command, 2, words), 0u);
+  EXPECT_EQ(parse_command(&command, 3, nullptr), 0u);
+}
+
 }  // namespace
