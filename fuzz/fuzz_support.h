@@ -32,7 +32,7 @@ inline const char* write_input(const uint8_t* data, size_t size, const char* suf
 // The largest picture a harness lets a reader allocate: a hostile header may
 // ask for gigabytes, which the library allows when the size fits 32 bits,
 // but the fuzzer's memory limit would count it as a finding.
-inline constexpr uint64_t kMaxPictureBytes = 64u << 20;
+inline constexpr uint64_t kMaxPictureBytes = 4u << 20;
 
 inline uint64_t picture_bytes(uint32_t image) {
   const uint64_t width = PIX_image_get_parameter(image, PIX_IMAGE_WIDTH);
