@@ -1,6 +1,6 @@
-// Makes the fuzzers' seed corpora with the library's own writers: small
+// Makes the fuzzers' starting corpora with the library's own writers: small
 // images of every kind each reader takes, plus conversion-table and FPGA
-// bit-file samples.  Usage: make_seeds DIR (DIR/<fuzzer>/ is filled).
+// bit-file samples.  Usage: make_corpora DIR (DIR/<fuzzer>/ is filled).
 #include <pix95.h>
 
 #include <cstdio>
@@ -41,7 +41,7 @@ bool write_sample(const std::string& name, uint16_t format, uint32_t width, uint
   const uint32_t r = PIX_image_write(image, 0, file_format, PIX_STRIP_NEXT);
   PIX_image_destroy(image);
   if (PIX_IS_ERROR(r)) {
-    std::fprintf(stderr, "make_seeds: %s: status 0x%08X\n", name.c_str(), r);
+    std::fprintf(stderr, "make_corpora: %s: status 0x%08X\n", name.c_str(), r);
     return false;
   }
   return true;
@@ -55,7 +55,7 @@ void write_text(const fs::path& path, const std::string& text) {
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    std::fprintf(stderr, "usage: make_seeds DIR\n");
+    std::fprintf(stderr, "usage: make_corpora DIR\n");
     return 2;
   }
   KVB_err_set_reporting(0, nullptr);
