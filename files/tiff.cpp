@@ -174,6 +174,9 @@ uint32_t HeaderReader::run() {
   // At most 65535 entries of 12 bytes: the directory itself is short work.
   const uint16_t entries = TIFF_read_ui16(f_, order);
   for (uint32_t i = 0; i < entries; ++i) {
+    // Entries past the end of the file read as tag 0xFFFF, which is skipped:
+    // stopping there changes nothing.
+    if (std::feof(f_) != 0) break;
     const uint16_t tag = TIFF_read_ui16(f_, order);
     const uint16_t type = TIFF_read_ui16(f_, order);
     const uint32_t count = TIFF_read_ui32(f_, order);
