@@ -2,6 +2,8 @@
 // reader's behaviour on damaged or foreign text.
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <tuple>
 
 #include "core/image.h"
@@ -15,11 +17,13 @@ using pix::find_image;
 const char* const kFile = "eps_test.eps";
 const std::string kHead = "%!PS-Adobe-3.0 EPSF-3.0\n%%BoundingBox: ", kTrailer = "showpage\n%%EOF\n";
 
+// EPS files are text: read and written here in text mode, so that on
+// Windows their lines end in CR LF on disk and in LF in these strings.
 std::string text() {
-  const Bytes b = load(kFile);
-  return {b.begin(), b.end()};
+  std::ifstream in(kFile);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
-void save_text(const std::string& t) { save(kFile, Bytes(t.begin(), t.end())); }
+void save_text(const std::string& t) { std::ofstream(kFile, std::ios::trunc) << t; }
 
 class Eps : public LibraryTest {
  protected:
@@ -75,6 +79,14 @@ TEST_F(Eps, TheTextOfEachKind) {
        "  /DataSource currentfile\n  /ASCIIHexDecode filter\n>>\nimage\n0001\n1011\n"},
   };
   for (const auto& [img, body] : cases) EXPECT_EQ(written(img), kHead + body + kTrailer);
+  // On disk the lines end as the platform's text files do.
+  const Bytes disk = load(kFile);
+  const std::string raw(disk.begin(), disk.end());
+#ifdef _WIN32
+  EXPECT_NE(raw.find("EPSF-3.0\r\n"), std::string::npos);
+#else
+  EXPECT_EQ(raw.find('\r'), std::string::npos);
+#endif
 }
 
 TEST_F(Eps, PageGeometryAndLineBreaks) {
