@@ -1,10 +1,8 @@
-// Colour maps: entries, named colours and ready-made maps, the closest-colour
-// search, maps generated from a histogram, and the conversions to paletted
-// and 3-3-2 colour.
+// Colour maps: entries, named and ready-made maps, the closest colour, maps
+// generated from a histogram, and the conversions to paletted and 3-3-2 colour.
 #include <algorithm>
 #include <functional>
 #include <random>
-#include <string>
 #include <tuple>
 #include <vector>
 
@@ -21,10 +19,7 @@ constexpr uint32_t kIndexError = 0x10280000;
 constexpr const char* kIndexMessage = "Illegal colourmap index (> max number of colours)";
 
 uint32_t rgb(uint32_t r, uint32_t g, uint32_t b) { return (r << 16) | (g << 8) | b; }
-uint32_t entry(uint32_t h, int i) {
-  const tPIX_Colour c = find_image(h)->cmap[i];
-  return rgb(c.red, c.green, c.blue);
-}
+uint32_t entry(uint32_t h, int i) { const tPIX_Colour c = find_image(h)->cmap[i]; return rgb(c.red, c.green, c.blue); }
 // The 3-3-2 byte of a colour, written out plainly.
 int byte332(int r, int g, int b) { return (r / 32) * 32 + (g / 32) * 4 + b / 64; }
 // The nearest entry in use by squared distance, the first one on equal distances.
@@ -45,9 +40,8 @@ class Cmap : public pixtest::LibraryTest {
     pix::convert::paletted_state() = {};  // a failed expectation must not leave a run for the next test
     LibraryTest::TearDown();
   }
-  // Sends `rows` (packed, `row_bytes` each) into `in` `strip` lines at a time,
-  // padding filled with 0xEE, calling `step` after each strip; gives back the
-  // first `out_row_bytes` of every output line.
+  // Sends `rows` (packed, `row_bytes` each) into `in` `strip` lines at a time, padding
+  // 0xEE, calling `step` after each strip; gives back `out_row_bytes` of every output line.
   Bytes feed(uint32_t in, uint32_t out, const Bytes& rows, size_t row_bytes, uint32_t strip,
              const std::function<uint32_t()>& step, size_t out_row_bytes = 0) {
     Bytes result;
@@ -69,9 +63,8 @@ class Cmap : public pixtest::LibraryTest {
     }
     return result;
   }
-  // A Y8 image of 21 x 20 holding grey levels 10 * i + 3 in random places,
-  // level i i + 1 times and the last level the rest: every count differs and
-  // the levels rank from the last downward.
+  // A Y8 21 x 20 image of grey levels 10 * i + 3 in random places, level i i + 1 times and
+  // the last level the rest: every count differs, the levels rank from the last downward.
   uint32_t grey_levels(int levels, std::vector<uint32_t>& counts, Bytes& pixels) {
     counts.assign(levels, 0);
     pixels.clear();
@@ -285,9 +278,6 @@ TEST_F(Cmap, PalettedConversionUsesTheCellsThenTheClosestColour) {
     const uint8_t* p = &colours[3 * i];
     ASSERT_EQ(indices[i], cell_of(i) >= 2 ? 5 - cell_of(i) : nearest(rgb24, p[0], p[1], p[2])) << i;
   }
-  const uint32_t rgb16 = pixtest::make_image(PIX_RGB16, 4, 4, 4);
-  expect_report(PIX_convert_to_paletted(rgb16, out, 3), "PIX_convert_to_paletted", 0x10140000,
-                "Unsupported image format");
 }
 
 TEST_F(Cmap, Rgb8KeepsTheTopBitsOfEveryChannelValueAndGreyLevel) {
@@ -316,13 +306,6 @@ TEST_F(Cmap, Rgb8KeepsTheTopBitsOfEveryChannelValueAndGreyLevel) {
   const Bytes grey332 = feed(y8, out, greys, 250, 2, [&] { return PIX_convert_to_RGB8(y8, out, 3); }, 250);
   ASSERT_EQ(grey332.size(), greys.size());
   for (size_t i = 0; i < greys.size(); ++i) ASSERT_EQ(grey332[i], byte332(greys[i], greys[i], greys[i])) << i;
-
-  const uint32_t described = pixtest::make_image(PIX_RGB24, 5, 5), plain = PIX_image_create();
-  EXPECT_EQ(PIX_convert_to_RGB8(described, plain, 3), 0u);
-  EXPECT_EQ(std::make_tuple(PIX_image_get_parameter(plain, PIX_IMAGE_FORMAT), PIX_cmap_get_RGB_colour(plain, 0)),
-            std::make_tuple(uint32_t{PIX_RGB8}, 0x1F1F1Fu));
-  const uint32_t rgb16 = pixtest::make_image(PIX_RGB16, 4, 4, 4);
-  expect_report(PIX_convert_to_RGB8(rgb16, out, 3), "PIX_convert_to_RGB8", 0x10140000, "Unsupported image format");
 }
 
 TEST_F(Cmap, DitherMatchesAPlainErrorDiffusion) {
@@ -352,13 +335,25 @@ TEST_F(Cmap, DitherMatchesAPlainErrorDiffusion) {
                               PIX_cmap_get_RGB_colour(out, 0xFF)),
               std::make_tuple(uint32_t{PIX_PALETTED}, 256, 0xFFFFDFu));
   }
-  const uint32_t described = pixtest::make_image(PIX_RGB24, 5, 5), out = PIX_image_create();
-  EXPECT_EQ(PIX_convert_to_RGB8_dither(described, out, 3), 0u);
-  EXPECT_EQ(std::make_tuple(PIX_image_get_parameter(out, PIX_IMAGE_FORMAT), PIX_cmap_get_RGB_colour(out, 0)),
-            std::make_tuple(uint32_t{PIX_PALETTED}, 0x1F1F1Fu));
-  for (uint16_t format : {PIX_Y8, PIX_PALETTED}) {  // no copy path: only RGB24 is taken
-    expect_report(PIX_convert_to_RGB8_dither(pixtest::make_image(format, 4, 4, 4), out, 3),
-                  "PIX_convert_to_RGB8_dither", 0x10140000, "Unsupported image format");
+}
+
+// An RGB24 input without lines only describes the output, with the 3-3-2 map;
+// other formats are refused (the dither takes no Y8 and has no copy path).
+TEST_F(Cmap, ConvertersDescribeTheOutputAndRefuseOtherFormats) {
+  using Fn = uint32_t (*)(uint32_t, uint32_t, uint16_t);
+  struct Case { Fn fn; const char* name; uint32_t out_format; std::vector<uint16_t> refused; };
+  for (const Case& c : {Case{PIX_convert_to_RGB8, "PIX_convert_to_RGB8", PIX_RGB8, {PIX_RGB16}},
+                        Case{PIX_convert_to_RGB8_dither, "PIX_convert_to_RGB8_dither", PIX_PALETTED, {PIX_Y8, PIX_PALETTED}},
+                        Case{PIX_convert_to_paletted, "PIX_convert_to_paletted", 0, {PIX_RGB16}}}) {
+    const uint32_t out = PIX_image_create();
+    if (c.out_format != 0) {
+      EXPECT_EQ(c.fn(pixtest::make_image(PIX_RGB24, 5, 5), out, 3), 0u) << c.name;
+      EXPECT_EQ(std::make_tuple(PIX_image_get_parameter(out, PIX_IMAGE_FORMAT), PIX_cmap_get_RGB_colour(out, 0)),
+                std::make_tuple(c.out_format, 0x1F1F1Fu)) << c.name;
+    }
+    for (uint16_t format : c.refused) {
+      expect_report(c.fn(pixtest::make_image(format, 4, 4, 4), out, 3), c.name, 0x10140000, "Unsupported image format");
+    }
   }
 }
 

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -33,10 +32,7 @@ Bytes held(uint32_t h) { const Tjpeg* r = tjpeg(h); return r->data ? Bytes(r->da
 
 class JpegRecordTest : public pixtest::LibraryTest {
  protected:
-  void SetUp() override {
-    LibraryTest::SetUp();
-    pix::jpeg::jpeg_state().build = {};  // a failed test must not leave a build half done
-  }
+  void SetUp() override { LibraryTest::SetUp(), pix::jpeg::jpeg_state().build = {}; }  // no build left half done
   // Gives a JPEG image a fresh buffer holding `bytes` as its compressed data.
   static void hold(uint32_t h, const Bytes& bytes) {
     ASSERT_EQ(PIX_JPEG_malloc_N_bytes_data(h, static_cast<uint32_t>(bytes.size())), 0u);
@@ -126,8 +122,7 @@ TEST_F(JpegRecordTest, BufferSizeFollowsTheFileOrTheStripAndFailuresCarryIt) {
 
   const uint32_t undescribed = PIX_JPEG_image_create();  // fails the image check
   expect_report(PIX_JPEG_malloc_data(undescribed), "PIX_JPEG_malloc_data", 0x1003000Eu, "Corrupt image");
-  expect_report(PIX_JPEG_malloc_N_bytes_data(undescribed, 10), "PIX_JPEG_malloc_N_bytes_data", 0x1003000Eu,
-                "Corrupt image");
+  expect_report(PIX_JPEG_malloc_N_bytes_data(undescribed, 10), "PIX_JPEG_malloc_N_bytes_data", 0x1003000Eu, "Corrupt image");
 }
 
 TEST_F(JpegRecordTest, BuffersAreReplacedAndFreedUnlessTheCallersAndLocked) {
@@ -184,8 +179,7 @@ TEST_F(JpegRecordTest, CopyParametersKeepsTheDestinationsBufferAndStreamButTakes
 
 TEST_F(JpegRecordTest, ParameterAndStreamAccessors) {
   const uint32_t h = compressed({});
-  tjpeg(h)->header_length = 623;
-  tjpeg(h)->Nq = 2;
+  tjpeg(h)->header_length = 623, tjpeg(h)->Nq = 2;
   EXPECT_EQ(std::make_tuple(PIX_JPEG_get_parameter(h, PIX_JPEG_COMPONENTS),
                             PIX_JPEG_get_parameter(h, PIX_JPEG_HEADER_LENGTH),
                             PIX_JPEG_get_parameter(h, PIX_JPEG_NUM_QTABLES)),

@@ -28,21 +28,14 @@ TEST(ModeChecks, BitCountsAgainstMasks) {
 }
 
 TEST(Strings, SscanfReadsANumberAndStopsAtTheSpaceAfterIt) {
-  const char list[] = "12 34 ";  // callers walk lists with p = KVB_sscanf(p, &v)
-  uint16_t value = 0;
-  const char* p = KVB_sscanf(list, &value);
-  EXPECT_EQ(std::make_tuple(p, value), std::make_tuple(list + 2, 12));
-  p = KVB_sscanf(p, &value);
-  EXPECT_EQ(std::make_tuple(p, value), std::make_tuple(list + 5, 34));
-
+  // Callers walk lists with p = KVB_sscanf(p, &v): the stop is what matters.
   struct Case { const char* text; uint16_t value; long stop; };
   const Case cases[] = {{"\t+7\n8", 7, 3},   {"-1 ", 0xFFFF, 2},           {"70000 ", 70000 & 0xFFFF, 5},
                         {"12abc 3", 12, 5},  {"abc d", 0, 3},              {"99999999999 ", 0xFFFF, 11},
                         {"42", 42, 2},       {"-99999999999 ", 0, 12},     {"", 0, 0}};
   for (const auto& c : cases) {
-    value = 0xBEEF;
-    EXPECT_EQ(KVB_sscanf(c.text, &value) - c.text, c.stop) << '"' << c.text << '"';
-    EXPECT_EQ(value, c.value) << '"' << c.text << '"';
+    uint16_t value = 0xBEEF;
+    EXPECT_EQ(std::make_tuple(KVB_sscanf(c.text, &value) - c.text, value), std::make_tuple(c.stop, c.value)) << c.text;
   }
 }
 
@@ -104,14 +97,10 @@ std::vector<uint8_t> packed(const std::string& text) {
   std::vector<uint8_t> bytes;
   unsigned current = 0, position = 0;
   for (char d : text) {
-    if (d != '0' && d != '1') continue;
-    current |= static_cast<unsigned>(d - '0') << position;
-    if (++position == 8) {
-      bytes.push_back(static_cast<uint8_t>(current));
-      current = position = 0;
-    }
+    if (d == '0' || d == '1') current |= unsigned(d - '0') << position++;
+    if (position == 8) bytes.push_back(uint8_t(current)), current = position = 0;
   }
-  bytes.push_back(static_cast<uint8_t>(current | (0xFFu << position)));
+  bytes.push_back(uint8_t(current | (0xFFu << position)));
   return bytes;
 }
 
@@ -119,18 +108,15 @@ class FpgaFiles : public pixtest::LibraryTest {
  protected:
   void SetUp() override {
     LibraryTest::SetUp();
-    dir_ = fs::temp_directory_path() /
-           (std::string("pix95_support_") + testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(dir_);
+    fs::create_directories(dir_ = fs::temp_directory_path() / (std::string("pix95_support_") +
+                                  testing::UnitTest::GetInstance()->current_test_info()->name()));
   }
-  void TearDown() override {
-    fs::remove_all(dir_);
-    LibraryTest::TearDown();
-  }
+  void TearDown() override { fs::remove_all(dir_), LibraryTest::TearDown(); }
   std::string write(const std::string& name, const std::string& content) {
-    std::ofstream((dir_ / name), std::ios::binary) << content;
+    std::ofstream(dir_ / name, std::ios::binary) << content;
     return (dir_ / name).string();
   }
+  std::string absent() const { return (dir_ / "absent.rbt").string(); }
   // Loads a file: the status, the length, and `count` bytes (on success only).
   std::tuple<uint32_t, uint32_t, std::vector<uint8_t>> load(const std::string& path, size_t count = 0) {
     tKVB_FPGA_Data record{0xA5A5A5A5u, nullptr, 0};
@@ -151,7 +137,7 @@ TEST_F(FpgaFiles, BitLength) {
                                  header(), header() + length_field(0)}) {
     EXPECT_EQ(KVB_get_rbt_bit_length(write("b.rbt", bad).c_str()), 0u) << bad;
   }
-  EXPECT_EQ(KVB_get_rbt_bit_length((dir_ / "absent.rbt").string().c_str()), 0u);
+  EXPECT_EQ(KVB_get_rbt_bit_length(absent().c_str()), 0u);
   EXPECT_TRUE(reports().empty());
 }
 
@@ -194,7 +180,7 @@ TEST_F(FpgaFiles, LoadFailuresAreReported) {
   };
   for (const auto& c : cases) {
     reports().clear();
-    const std::string path = c.content.empty() ? (dir_ / "absent.rbt").string() : write("f.rbt", c.content);
+    const std::string path = c.content.empty() ? absent() : write("f.rbt", c.content);
     pix::memory::fail_after(c.allocations);
     EXPECT_EQ(std::get<0>(load(path)), c.code);
     pix::memory::fail_after(-1);
@@ -220,10 +206,9 @@ TEST_F(FpgaFiles, DateString) {
     EXPECT_EQ(KVB_get_rbt_date_string(write("t.rbt", content).c_str(), date), 0u);
     EXPECT_STREQ(date, expected) << content;
   }
-  const std::string missing = (dir_ / "absent.rbt").string();
-  EXPECT_EQ(KVB_get_rbt_date_string(missing.c_str(), date), kOpenFailed);
+  EXPECT_EQ(KVB_get_rbt_date_string(absent().c_str(), date), kOpenFailed);
   EXPECT_STREQ(date, "");
-  EXPECT_EQ(last_report().message, "Failed to open '" + missing + "'");
+  EXPECT_EQ(last_report().message, "Failed to open '" + absent() + "'");
 }
 
 TEST_F(FpgaFiles, LocateTriesTheNameThenTheDirectoryNamedByTheVariable) {
