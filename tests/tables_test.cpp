@@ -1,6 +1,7 @@
 // Conversion tables, LUT files and the table-driven converters.
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -24,8 +25,7 @@ constexpr int kStride = 17;
 constexpr int kStride = 1;
 #endif
 
-// Independent statements of the arithmetic: floor division written out,
-// packing by fields, indices by division.
+// Independent statements of the arithmetic: floor division written out, packing by fields, indices by division.
 int floor_div(int n, int d) { return n >= 0 ? n / d : -((-n + d - 1) / d); }
 int clamp8(int v) { return std::clamp(v, 0, 255); }
 struct Rgb3 { int r, g, b; };
@@ -36,8 +36,6 @@ Rgb3 rgb_of(int y, int u, int v) {
 }
 int rgb16_word(const Rgb3& p) { return p.r / 8 * 2048 + p.g / 4 * 32 + p.b / 8; }
 int rgb15_word(const Rgb3& p) { return p.r / 8 * 1024 + p.g / 8 * 32 + p.b / 8; }
-int index19(int y, int u, int v) { return y / 2 * 4096 + u / 4 * 64 + v / 4; }
-int index15(int y, int u, int v) { return y / 8 * 1024 + u / 8 * 32 + v / 8; }
 int closest(const tPIX_Colour* map, int used, int r, int g, int b) {
   long best = LONG_MAX;
   int index = 0;
@@ -49,66 +47,40 @@ int closest(const tPIX_Colour* map, int used, int r, int g, int b) {
   return index;
 }
 
-// What a converter gives for one pixel: the RGB16 fields of the colour at
-// the quantised Y, U, V (expanded unmasked: R is red's 5 bits then green's
-// top 3, G green's 6 then blue's top 2, B blue's 5 then zeros) or the
-// closest palette entry.
-struct Expect { uint8_t r, g, b; uint16_t word; uint8_t index; };
-Expect expect_of(int y, int u, int v, const tPIX_Colour* map, int used) {
-  const Rgb3 q = rgb_of(y / 2 * 2, u / 4 * 4, v / 4 * 4);
-  const int r5 = q.r / 8, g6 = q.g / 4, b5 = q.b / 8;
-  const Rgb3 p = rgb_of(y / 8 * 8, u / 8 * 8, v / 8 * 8);
-  return {uint8_t(r5 * 8 + g6 / 8), uint8_t(g6 * 4 + b5 / 8), uint8_t(b5 * 8), uint16_t(rgb16_word(q)),
-          uint8_t(map != nullptr ? closest(map, used, p.r, p.g, p.b) : 0)};
-}
-
-constexpr uint8_t kUntouched = 0xE7;
+// What a converter gives for one pixel, its bytes put at `d` (unused bytes of the 32-bit layouts left as they
+// were); gives their count. The RGB fields of the colour at the quantised Y, U, V are expanded unmasked (R is
+// red's 5 bits then green's top 3, G green's 6 then blue's top 2, B blue's 5 then zeros); the word is RGB16
+// (RGB15 with `rgb15`); the index the closest palette entry.
 constexpr LutOut kLayouts[] = {LutOut::rgbx32, LutOut::bgrx32, LutOut::xbgr32, LutOut::xrgb32,
                                LutOut::rgb24,  LutOut::bgr24,  LutOut::word16, LutOut::paletted};
-// Puts the expected bytes of one pixel, unused bytes of the 32-bit layouts
-// untouched; gives their count.
-int put_expected(LutOut out, const Expect& e, uint8_t* d) {
-  const uint8_t x = kUntouched;
-  auto put = [d](std::initializer_list<uint8_t> bytes) { return int(std::copy(bytes.begin(), bytes.end(), d) - d); };
-  switch (out) {
-    case LutOut::rgbx32: return put({e.r, e.g, e.b, x});
-    case LutOut::bgrx32: return put({e.b, e.g, e.r, x});
-    case LutOut::xbgr32: return put({x, e.b, e.g, e.r});
-    case LutOut::xrgb32: return put({x, e.r, e.g, e.b});
-    case LutOut::rgb24: return put({e.r, e.g, e.b});
-    case LutOut::bgr24: return put({e.b, e.g, e.r});
-    case LutOut::word16: return put({uint8_t(e.word & 0xFF), uint8_t(e.word >> 8)});
-    case LutOut::paletted: return put({e.index});
+const char* const kOrder[] = {"RGB_", "BGR_", "_BGR", "_RGB", "RGB", "BGR", "wW", "i"};  // by kLayouts
+const char* order_of(LutOut out) { return kOrder[std::find(kLayouts, std::end(kLayouts), out) - kLayouts]; }
+void put_expected(LutOut out, int y, int u, int v, const tPIX_Colour* map, uint8_t* d, bool rgb15 = false) {
+  const Rgb3 q = rgb_of(y / 2 * 2, u / 4 * 4, v / 4 * 4), p = rgb_of(y / 8 * 8, u / 8 * 8, v / 8 * 8);
+  const int r5 = q.r / 8, g6 = q.g / 4, b5 = q.b / 8, word = rgb15 ? rgb15_word(q) : rgb16_word(q);
+  const int value[] = {r5 * 8 + g6 / 8, g6 * 4 + b5 / 8, b5 * 8, word & 0xFF, word >> 8,
+                       out == LutOut::paletted ? closest(map, 40, p.r, p.g, p.b) : 0};
+  const char* order = order_of(out);
+  for (const char* c = order; *c; ++c) {
+    if (*c != '_') d[c - order] = uint8_t(value[std::strchr("RGBwWi", *c) - "RGBwWi"]);
   }
-  return 0;
 }
 
 using Converter = uint32_t (*)(uint32_t, uint32_t, uint16_t);
-struct ConverterCase {
-  Converter fn;
-  const char* name;
-  LutOut out;
-  uint16_t format, table;
+const struct { Converter fn; const char* name; LutOut out; uint16_t format, table; } kConverters[] = {
+    {PIX_YUV422_to_RGBX32_LUT, "PIX_YUV422_to_RGBX32_LUT", LutOut::rgbx32, PIX_RGBX32, 203},
+    {PIX_YUV422_to_BGRX32_LUT, "PIX_YUV422_to_BGRX32_LUT", LutOut::bgrx32, PIX_BGRX32, 203},
+    {PIX_YUV422_to_XBGR32_LUT, "PIX_YUV422_to_XBGR32_LUT", LutOut::xbgr32, PIX_XBGR32, 203},
+    {PIX_YUV422_to_XRGB32_LUT, "PIX_YUV422_to_XRGB32_LUT", LutOut::xrgb32, PIX_XRGB32, 203},
+    {PIX_YUV422_to_RGB24_LUT, "PIX_YUV422_to_RGB24_LUT", LutOut::rgb24, PIX_RGB24, 203},
+    {PIX_YUV422_to_BGR24_LUT, "PIX_YUV422_to_BGR24_LUT", LutOut::bgr24, PIX_BGR24, 203},
+    {PIX_YUV422_to_RGB16_LUT, "PIX_YUV422_to_RGB16_LUT", LutOut::word16, PIX_RGB16, 203},
+    {PIX_YUV422_to_RGB15_LUT, "PIX_YUV422_to_RGB15_LUT", LutOut::word16, PIX_RGB15, 204},
+    {PIX_YUV422_to_paletted_LUT, "PIX_YUV422_to_paletted_LUT", LutOut::paletted, PIX_PALETTED, 205},
 };
-#define PIX_CASE(fn, out, format, table) {fn, #fn, LutOut::out, format, table}
-const ConverterCase kConverters[] = {
-    PIX_CASE(PIX_YUV422_to_RGBX32_LUT, rgbx32, PIX_RGBX32, 203),
-    PIX_CASE(PIX_YUV422_to_BGRX32_LUT, bgrx32, PIX_BGRX32, 203),
-    PIX_CASE(PIX_YUV422_to_XBGR32_LUT, xbgr32, PIX_XBGR32, 203),
-    PIX_CASE(PIX_YUV422_to_XRGB32_LUT, xrgb32, PIX_XRGB32, 203),
-    PIX_CASE(PIX_YUV422_to_RGB24_LUT, rgb24, PIX_RGB24, 203),
-    PIX_CASE(PIX_YUV422_to_BGR24_LUT, bgr24, PIX_BGR24, 203),
-    PIX_CASE(PIX_YUV422_to_RGB16_LUT, word16, PIX_RGB16, 203),
-    PIX_CASE(PIX_YUV422_to_RGB15_LUT, word16, PIX_RGB15, 204),
-    PIX_CASE(PIX_YUV422_to_paletted_LUT, paletted, PIX_PALETTED, 205),
-};
-#undef PIX_CASE
 
 const pix::convert::ConversionTable& table(uint16_t type) { return pix::convert::conversion_tables().of_type(type); }
-int word_at(uint16_t type, std::size_t i) {
-  const uint8_t* t = table(type).bytes.get();
-  return t[2 * i] | t[2 * i + 1] << 8;
-}
+const uint8_t* at(uint16_t type) { return table(type).bytes.get(); }
 
 class TablesTest : public pixtest::LibraryTest {
  protected:
@@ -125,43 +97,31 @@ class TablesTest : public pixtest::LibraryTest {
     }
     return h;
   }
-  static fs::path temp(const char* name) { return fs::temp_directory_path() / (std::string("pix95_tables_") + name); }
-  static void write_file(const fs::path& path, std::size_t bytes) {
-    std::ofstream(path, std::ios::binary) << std::string(bytes, '\x5A');
-  }
 };
 
 TEST_F(TablesTest, YuvTablesAndRowKernelsGiveTheColourOfEveryQuantisedYuvTriple) {
-  const uint32_t h = image(PIX_Y8, 2, 2, 0, 64);
+  const uint32_t h = image(PIX_Y8, 2, 2, 0);
   ASSERT_EQ(PIX_image_conv_LUT_generate(h, PIX_LUT_YUV422_TO_RGB16) | PIX_generate_YUV422_to_RGB15_LUT() |
                 PIX_generate_YUV422_to_paletted_LUT(h), 0u);
   ASSERT_EQ(std::make_tuple(table(203).size, table(204).size, table(205).size),
             std::make_tuple(1u << 20, 1u << 20, 1u << 15));
+  const auto word_at = [](uint16_t type, int i) { return at(type)[2 * i] | at(type)[2 * i + 1] << 8; };
   for (int i = 0; i < 1 << 19; ++i) {  // every entry of the 19-bit tables
     const Rgb3 p = rgb_of((i >> 12) * 2, (i >> 6) % 64 * 4, i % 64 * 4);
     if (word_at(203, i) != rgb16_word(p) || word_at(204, i) != rgb15_word(p)) FAIL() << "index " << i;
   }
-  const tPIX_Colour* map = record(h)->cmap;
-  std::vector<Expect> e19(1 << 19), e15(1 << 15);  // what each index must give
-  for (int y = 0; y < 256; y += 2) {
-    for (int u = 0; u < 256; u += 4) {
-      for (int v = 0; v < 256; v += 4) e19[index19(y, u, v)] = expect_of(y, u, v, nullptr, 0);
+  // The expected bytes of every table index in every layout (unused bytes 0xE7, as the rows start).
+  std::vector<std::vector<uint8_t>> want;
+  for (const LutOut out : kLayouts) {
+    const int n = int(std::strlen(kOrder[want.size()])), size = out == LutOut::paletted ? 1 << 15 : 1 << 19;
+    want.emplace_back(std::size_t(size) * n, 0xE7);
+    for (int i = 0; i < size; ++i) {
+      const int y = size == 1 << 15 ? i >> 10 << 3 : i >> 12 << 1, u = size == 1 << 15 ? i >> 2 & 0xF8 : i >> 4 & 0xFC;
+      put_expected(out, y, u, size == 1 << 15 ? i % 32 * 8 : i % 64 * 4, record(h)->cmap, &want.back()[i * n]);
     }
   }
-  for (int i = 0; i < 1 << 15; ++i) e15[i] = expect_of(i >> 10 << 3, (i >> 5) % 32 * 8, i % 32 * 8, map, 64);
-
-  // The expected bytes of every index in every layout.
-  std::vector<std::vector<uint8_t>> want(std::size(kLayouts));
-  int bytes[std::size(kLayouts)];
-  for (std::size_t l = 0; l < std::size(kLayouts); ++l) {
-    const bool paletted = kLayouts[l] == LutOut::paletted;
-    const auto& e = paletted ? e15 : e19;
-    uint8_t one[4];
-    bytes[l] = put_expected(kLayouts[l], e[0], one);
-    want[l].resize(e.size() * bytes[l]);
-    for (std::size_t i = 0; i < e.size(); ++i) put_expected(kLayouts[l], e[i], &want[l][i * bytes[l]]);
-  }
-  // One line per U: for each V, 128 pairs with Y0 = 2k, Y1 = 2k + 1.
+  // One line per U: for each V, 128 pairs with Y0 = 2k, Y1 = 2k + 1; the scalar kernel against the formulas,
+  // every SIMD level against the scalar kernel with every tail length in turn.
   constexpr int kPairs = 256 * 128;
   std::vector<uint8_t> src(kPairs * 4), ref, simd;
   for (int u = 0; u < 256; u += kStride) {
@@ -171,54 +131,47 @@ TEST_F(TablesTest, YuvTablesAndRowKernelsGiveTheColourOfEveryQuantisedYuvTriple)
     }
     for (std::size_t l = 0; l < std::size(kLayouts); ++l) {
       const LutOut out = kLayouts[l];
-      const int n = bytes[l];
+      const int n = int(std::strlen(kOrder[l]));
       const uint8_t* t = table(out == LutOut::paletted ? 205 : 203).bytes.get();
-      ref.assign(kPairs * 2 * n, kUntouched);
+      ref.assign(kPairs * 2 * n, 0xE7);
       yuv_lut_row_scalar(out)(src.data(), ref.data(), kPairs, t);
       for (int p = 0; p < 2 * kPairs; ++p) {
-        const int y = p % 256, v = p / 256, i = out == LutOut::paletted ? index15(y, u, v) : index19(y, u, v);
-        if (!std::equal(&ref[p * n], &ref[p * n] + n, &want[l][i * n])) {
-          FAIL() << "layout " << l << " Y " << y << " U " << u << " V " << v;
-        }
+        const int y = p % 256, v = p / 256;
+        const int i = out == LutOut::paletted ? y / 8 * 1024 + u / 8 * 32 + v / 8 : y / 2 * 4096 + u / 4 * 64 + v / 4;
+        if (!std::equal(&ref[p * n], &ref[p * n] + n, &want[l][i * n])) FAIL() << l << " " << y << " " << u << " " << v;
       }
       for (auto level : {pix::cpu::Level::sse2, pix::cpu::Level::avx2}) {
         const LutRow row = yuv_lut_row_simd(out, level);
         if (row == nullptr) continue;
-        const std::size_t pairs = kPairs - u % 16;  // every tail length in turn
-        simd.assign(ref.size(), kUntouched);
+        const std::size_t pairs = kPairs - u % 16;
+        simd.assign(ref.size(), 0xE7);
         row(src.data(), simd.data(), pairs, t);
         ASSERT_TRUE(std::equal(ref.begin(), ref.begin() + pairs * 2 * n, simd.begin())) << l << " " << int(level);
-        ASSERT_TRUE(std::all_of(simd.begin() + pairs * 2 * n, simd.end(), [](uint8_t b) { return b == kUntouched; }));
+        ASSERT_TRUE(std::all_of(simd.begin() + pairs * 2 * n, simd.end(), [](uint8_t b) { return b == 0xE7; }));
       }
     }
   }
 }
 
 TEST_F(TablesTest, ConvertersRunStripByStripThroughTheirTables) {
-  for (const ConverterCase& c : kConverters) {
+  for (const auto& c : kConverters) {
     SCOPED_TRACE(c.name);
     const uint32_t in = image(PIX_YUV422, 6, 5, 2), out = PIX_image_create();
-    const tPIX_Image& src = *record(in);
+    const tPIX_Image &src = *record(in), &dst = *record(out);
     for (uint32_t lines : {2u, 2u, 1u}) {
       ASSERT_EQ(c.fn(in, out, PIX_STRIP_NEXT), 0u);
       ASSERT_TRUE(table(c.table).present());
-      const tPIX_Image& dst = *record(out);
       EXPECT_EQ(std::make_tuple(dst.format, dst.width, dst.lines_this_strip, src.lines_this_strip),
                 std::make_tuple(c.format, 6u, 2u, lines));
       for (uint32_t p = 0; p < lines * 6; ++p) {
         const uint8_t* pair = &src.data[p / 2 * 4];
-        const int y = pair[p % 2 * 2];
-        Expect e = expect_of(y, pair[1], pair[3], src.cmap, 40);
-        if (c.table == 204) e.word = uint16_t(rgb15_word(rgb_of(y / 2 * 2, pair[1] / 4 * 4, pair[3] / 4 * 4)));
+        const int n = int(std::strlen(order_of(c.out)));
         uint8_t want[4];
-        const int bytes = put_expected(c.out, e, want);
-        for (int k = 0; k < bytes; ++k) {
-          if (want[k] != kUntouched) {
-            ASSERT_EQ(dst.data[p * bytes + k], want[k]) << "pixel " << p;
-          }
-        }
+        std::copy_n(&dst.data[p * n], n, want);
+        put_expected(c.out, pair[p % 2 * 2], pair[1], pair[3], src.cmap, want, c.table == 204);
+        ASSERT_TRUE(std::equal(want, want + n, &dst.data[p * n])) << "pixel " << p;
       }
-      std::generate_n(record(in)->data, 24, [n = lines] () mutable { return uint8_t(n += 37); });
+      std::generate_n(src.data, 24, [n = lines]() mutable { return uint8_t(n += 37); });
     }
     EXPECT_TRUE(reports().empty());
     PIX_image_destroy(PIX_ALL_IMAGES);  // the tables too: each converter makes its own
@@ -228,7 +181,7 @@ TEST_F(TablesTest, ConvertersRunStripByStripThroughTheirTables) {
 TEST_F(TablesTest, ConverterQuirksAndRefusals) {
   const uint32_t empty = image(PIX_YUV422, 8, 4, 0), odd = image(PIX_YUV422, 7, 4, 4);
   const uint32_t rgbx = image(PIX_RGBX32, 4, 4, 4);
-  for (const ConverterCase& c : kConverters) {
+  for (const auto& c : kConverters) {
     SCOPED_TRACE(c.name);
     const uint32_t out = PIX_image_create();
     EXPECT_EQ(c.fn(empty, out, PIX_STRIP_NEXT), 0u);  // only described, no table made
@@ -236,20 +189,18 @@ TEST_F(TablesTest, ConverterQuirksAndRefusals) {
               std::make_tuple(c.format, 8u, nullptr));
     expect_report(c.fn(odd, out, PIX_STRIP_NEXT), c.name, 0x10140000u, "YUV422 image must be an even width");
     expect_report(c.fn(rgbx, out, PIX_STRIP_NEXT), c.name, 0x10140000u, "Not 16 bit YUV 4:2:2");
-    // Only the RGBX32 converter copies the source before refusing it.
-    const uint8_t* copy = record(out)->data;
+    const uint8_t* copy = record(out)->data;  // only the RGBX32 converter copies the source before refusing it
     EXPECT_EQ(copy != nullptr && std::equal(copy, copy + 64, record(rgbx)->data), c.fn == PIX_YUV422_to_RGBX32_LUT);
   }
   for (uint16_t t = 200; t <= 205; ++t) EXPECT_FALSE(table(t).present());
-
-  // A failed table ends the set-up: the converter stays idle and starts afresh.
+  // A failed table ends the set-up: the converter stays idle and starts afresh (a first strip is not yet cut).
   const uint32_t in = image(PIX_YUV422, 4, 4, 4), out = PIX_image_create();
   pix::memory::fail_after(0);
   expect_report(PIX_YUV422_to_RGB15_LUT(in, out, PIX_STRIP_NEXT), "PIX_generate_YUV422_to_RGB15_LUT", 0x10500000u,
                 "Unable to generate YUV to RGB15 LUT");
   record(in)->lines_this_strip = 3;
   EXPECT_EQ(PIX_YUV422_to_RGB15_LUT(in, out, PIX_STRIP_NEXT), 0u);
-  EXPECT_EQ(record(in)->lines_this_strip, 3u);  // a first strip of a fresh run: not yet cut
+  EXPECT_EQ(record(in)->lines_this_strip, 3u);
   // An existing table is used as it stands.
   std::fill_n(pix::convert::conversion_tables().of_type(204).bytes.get(), 1 << 20, 0x11);
   EXPECT_EQ(PIX_YUV422_to_RGB15_LUT(in, out, PIX_STRIP_FINISH) | PIX_YUV422_to_RGB15_LUT(in, out, PIX_STRIP_NEXT), 0u);
@@ -261,19 +212,17 @@ TEST_F(TablesTest, PalettedTablesHoldTheClosestColour) {
   const uint32_t h = image(PIX_Y16, 4, 4, 0);
   const tPIX_Colour* map = record(h)->cmap;
   ASSERT_EQ(PIX_image_conv_LUT_generate(h, 200) | PIX_image_conv_LUT_generate(h, 201), 0u);
-  for (int i = 0; i < 65536; ++i) {
-    // Unmasked: the first byte carries three green bits, the second two blue bits.
-    ASSERT_EQ(table(200).bytes.get()[i], closest(map, 40, i / 256, i / 8 % 256, i * 8 % 256)) << i;
+  for (int i = 0; i < 65536; ++i) {  // unmasked: the first byte carries three green bits, the second two blue bits
+    ASSERT_EQ(at(200)[i], closest(map, 40, i / 256, i / 8 % 256, i * 8 % 256)) << i;
   }
-  for (int i = 0; i < 256; ++i) ASSERT_EQ(table(201).bytes.get()[i], closest(map, 40, i, i, i)) << i;
+  for (int i = 0; i < 256; ++i) ASSERT_EQ(at(201)[i], closest(map, 40, i, i, i)) << i;
   for (int d = 9; d <= 16; ++d) {  // 16 included: the generator ends
     PIX_destroy_Y16_to_paletted_LUT();
     PIX_image_set_parameter(h, PIX_DATA_WIDTH, d);
     ASSERT_EQ(PIX_image_conv_LUT_generate(h, 202), 0u);
     ASSERT_EQ(table(202).size, 1u << d);
     for (int i = 0; i < 1 << d; i += kStride) {
-      const int g = (i >> (d - 8)) % 256;
-      ASSERT_EQ(table(202).bytes.get()[i], closest(map, 40, g, g, g)) << d << " " << i;
+      ASSERT_EQ(at(202)[i], closest(map, 40, (i >> (d - 8)) % 256, (i >> (d - 8)) % 256, (i >> (d - 8)) % 256));
     }
   }
   PIX_image_set_parameter(h, PIX_DATA_WIDTH, 9);
@@ -295,7 +244,8 @@ TEST_F(TablesTest, PalettedTablesHoldTheClosestColour) {
 
 TEST_F(TablesTest, LutFilesRoundTripAndAreToldApartByLengthOnly) {
   const uint32_t h = image(PIX_Y16, 4, 4, 0);
-  const std::string file = temp("lut.bin").string(), other = temp("other.bin").string();
+  const fs::path dir = fs::temp_directory_path();
+  const std::string file = (dir / "pix95_tables_lut.bin").string(), other = (dir / "pix95_tables_other.bin").string();
   ASSERT_EQ(PIX_generate_YUV422_to_RGB16_LUT(), 0u);
   const std::vector<uint8_t> saved(table(203).bytes.get(), table(203).bytes.get() + (1 << 20));
   ASSERT_EQ(PIX_image_conv_LUT_save(h, 203, file.c_str()), 0u);
@@ -303,27 +253,25 @@ TEST_F(TablesTest, LutFilesRoundTripAndAreToldApartByLengthOnly) {
   PIX_destroy_YUV422_to_RGB16_LUT();
   ASSERT_EQ(PIX_image_conv_LUT_load(h, 203, file.c_str()) | PIX_image_conv_LUT_load(h, 204, file.c_str()), 0u);
   for (uint16_t type : {203, 204}) EXPECT_TRUE(std::equal(saved.begin(), saved.end(), table(type).bytes.get())) << type;
-
   // Type 202 follows the image's data width.
   PIX_image_set_parameter(h, PIX_DATA_WIDTH, 10);
   ASSERT_EQ(PIX_generate_Y16_to_paletted_LUT(h) | PIX_image_conv_LUT_save(h, 202, other.c_str()), 0u);
   EXPECT_EQ(fs::file_size(other), 1024u);
   PIX_destroy_Y16_to_paletted_LUT();
   EXPECT_EQ(PIX_image_conv_LUT_load(h, 202, other.c_str()), 0u);
-
   // Wrong lengths: refused after storing what fits.
-  const char* const wrong = "Incorrect number of bytes read - correct LUT selected?";
   for (std::size_t bytes : {65535u, 65537u, 200000u}) {
-    write_file(other, bytes);
+    std::ofstream(other, std::ios::binary) << std::string(bytes, '\x5A');
     PIX_destroy_RGB16_to_paletted_LUT();
-    expect_report(PIX_image_conv_LUT_load(h, 200, other.c_str()), "PIX_image_conv_LUT_load", 0x107C0000u, wrong);
-    const uint8_t* t = table(200).bytes.get();
-    EXPECT_EQ(static_cast<std::size_t>(std::count(t, t + 65536, 0x5A)), std::min<std::size_t>(bytes, 65536)) << bytes;
+    expect_report(PIX_image_conv_LUT_load(h, 200, other.c_str()), "PIX_image_conv_LUT_load", 0x107C0000u,
+                  "Incorrect number of bytes read - correct LUT selected?");
+    EXPECT_EQ(std::size_t(std::count(table(200).bytes.get(), table(200).bytes.get() + 65536, 0x5A)),
+              std::min<std::size_t>(bytes, 65536)) << bytes;
   }
-
-  const std::string nowhere = (temp("missing_dir") / "lut.bin").string();
-  for (auto fn : {PIX_image_conv_LUT_save, PIX_image_conv_LUT_load}) {
-    const char* name = fn == PIX_image_conv_LUT_save ? "PIX_image_conv_LUT_save" : "PIX_image_conv_LUT_load";
+  const std::string nowhere = (dir / "pix95_tables_missing_dir" / "lut.bin").string();
+  using Io = std::pair<decltype(&PIX_image_conv_LUT_save), const char*>;
+  for (auto [fn, name] : {Io{PIX_image_conv_LUT_save, "PIX_image_conv_LUT_save"},
+                          Io{PIX_image_conv_LUT_load, "PIX_image_conv_LUT_load"}}) {
     expect_report(fn(h, 203, nowhere.c_str()), name, 0x10640000u, "Failed to create file");
     expect_report(fn(99, 203, file.c_str()), name, 0x10010000u, "");
     expect_report(fn(h, 206, file.c_str()), name, 0x10140000u, "Unrecognized LUT type");
@@ -331,23 +279,21 @@ TEST_F(TablesTest, LutFilesRoundTripAndAreToldApartByLengthOnly) {
   pix::memory::fail_after(0);
   expect_report(PIX_image_conv_LUT_load(h, 205, file.c_str()), "PIX_image_conv_LUT_load", 0x10500000u,
                 "Unable to generate YUV to paletted LUT");
-  fs::remove(file);
-  fs::remove(other);
+  fs::remove(file), fs::remove(other);
 }
 
 TEST_F(TablesTest, ConvertToPalettedLutLooksEveryPixelUpWithoutSteppingOverPadding) {
-  struct Case { uint16_t format; uint16_t data_width; uint16_t table; };
-  for (const Case c : {Case{PIX_Y8, 8, 201}, Case{PIX_RGB16, 16, 200}, Case{PIX_Y16, 12, 202}}) {
-    SCOPED_TRACE(c.format);
-    const uint32_t in = image(c.format, 5, 3, 3), out = PIX_image_create();
-    PIX_image_set_parameter(in, PIX_DATA_WIDTH, c.data_width);
+  for (auto [format, data_width, type] : {std::tuple{PIX_Y8, 8, 201}, {PIX_RGB16, 16, 200}, {PIX_Y16, 12, 202}}) {
+    SCOPED_TRACE(format);
+    const uint32_t in = image(format, 5, 3, 3), out = PIX_image_create();
+    PIX_image_set_parameter(in, PIX_DATA_WIDTH, data_width);
     ASSERT_EQ(PIX_convert_to_paletted_LUT(in, out, PIX_STRIP_NEXT), 0u);
     const tPIX_Image &src = *record(in), &dst = *record(out);
-    EXPECT_EQ(std::make_tuple(dst.format, table(c.table).present()), std::make_tuple(PIX_PALETTED, true));
+    EXPECT_EQ(std::make_tuple(dst.format, table(type).present()), std::make_tuple(PIX_PALETTED, true));
     for (int p = 0; p < 15; ++p) {  // the strip as one run of 15 pixels
-      const int w = c.format == PIX_Y8 ? src.data[p] : src.data[2 * p] | src.data[2 * p + 1] << 8;
-      const int g = c.format == PIX_Y8 ? w : (w % 4096) >> 4;  // Y16: bits above the data width ignored
-      const Rgb3 q = c.format == PIX_RGB16 ? Rgb3{w >> 8, (w >> 3) % 256, (w << 3) % 256} : Rgb3{g, g, g};
+      const int w = format == PIX_Y8 ? src.data[p] : src.data[2 * p] | src.data[2 * p + 1] << 8;
+      const int g = format == PIX_Y8 ? w : (w % 4096) >> 4;  // Y16: bits above the data width ignored
+      const Rgb3 q = format == PIX_RGB16 ? Rgb3{w >> 8, (w >> 3) % 256, (w << 3) % 256} : Rgb3{g, g, g};
       ASSERT_EQ(dst.data[p], closest(src.cmap, 40, q.r, q.g, q.b)) << p;
     }
     // The table stays as made, even after the colour map changes.
