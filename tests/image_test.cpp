@@ -1,7 +1,7 @@
 // Image records: handles, parameters, flags, pointers, names and the check.
 #include <cstdlib>
-#include <cstring>
 #include <string>
+#include <tuple>
 
 #include "core/image.h"
 #include "core/memory.h"
@@ -9,163 +9,132 @@
 
 namespace {
 
-using pixtest::LibraryTest;
+using pix::find_image;
+using pixtest::make_image;
+using pixtest::set_parameters;
 
-class Images : public LibraryTest {};
+class Images : public pixtest::LibraryTest {};
 
-TEST_F(Images, HandlesAreHandedOutLowestFirst) {
-  EXPECT_EQ(PIX_image_create(), 1u);
-  EXPECT_EQ(PIX_image_create(), 2u);
-  EXPECT_EQ(PIX_image_create(), 3u);
+TEST_F(Images, HandlesLowestFirstAtMost65535AndDestroyAll) {
+  for (uint32_t want : {1u, 2u, 3u}) EXPECT_EQ(PIX_image_create(), want);
   EXPECT_EQ(PIX_image_destroy(1), 0u);
   EXPECT_EQ(PIX_image_create(), 1u);
-  EXPECT_EQ(PIX_image_destroy(2), 0u);
-  EXPECT_EQ(PIX_image_destroy(2), 0u);  // an empty slot is no error
-  EXPECT_EQ(PIX_image_create(), 2u);
-  EXPECT_EQ(PIX_image_create(), 4u);
+  EXPECT_EQ(PIX_image_destroy(2) | PIX_image_destroy(2), 0u);  // an empty slot is no error
+  for (uint32_t want : {2u, 4u}) EXPECT_EQ(PIX_image_create(), want);
   EXPECT_TRUE(reports().empty());
-}
-
-TEST_F(Images, TheTableHoldsAtMost65535Images) {
-  for (uint32_t i = 1; i <= 65535; ++i) ASSERT_EQ(PIX_image_create(), i);
-  EXPECT_EQ(PIX_image_create(), 0x18780000u);
-  EXPECT_EQ(last_report().function, "PIX_image_create");
-  EXPECT_EQ(last_report().code, 0x18780000u);
+  for (uint32_t i = 5; i <= 65535; ++i) ASSERT_EQ(PIX_image_create(), i);
+  expect_report(PIX_image_create(), "PIX_image_create", 0x18780000u);
   PIX_image_destroy(40000);
   EXPECT_EQ(PIX_image_create(), 40000u);
+  const size_t reported = reports().size();
+  EXPECT_EQ(PIX_image_destroy(PIX_CHECK_IMAGES), 0x107A0000u);  // images remain; not reported
+  EXPECT_EQ(reports().size(), reported);
+  EXPECT_EQ(PIX_image_destroy(PIX_ALL_IMAGES) | PIX_image_destroy(PIX_CHECK_IMAGES), 0u);
+  EXPECT_EQ(PIX_image_create(), 1u);
 }
 
-TEST_F(Images, ANewImageHasTheDocumentedDefaults) {
-  const uint32_t h = PIX_image_create();
-  const auto* img = static_cast<const tPIX_Image*>(PIX_image_get_ptr(h, PIX_PTR_RECORD));
-  ASSERT_NE(img, nullptr);
-  EXPECT_EQ(img->format, 0);
-  EXPECT_EQ(img->line_align, 2u);
-  EXPECT_EQ(img->start_frame, 1u);
-  EXPECT_EQ(img->lines_this_strip, 8u);
-  EXPECT_EQ(img->cmap_size, 0);
-  EXPECT_EQ(img->jpeg, nullptr);
-  EXPECT_EQ(img->data, nullptr);
-  EXPECT_STREQ(img->in_filename, "");
-  ASSERT_NE(img->cmap, nullptr);
-  for (int i = 0; i < 256; ++i) {
-    ASSERT_EQ(img->cmap[i].red, 0xAA);
-    ASSERT_EQ(img->cmap[i].spare, 0xAA);
-  }
-}
-
-TEST_F(Images, FailedAllocationsAtCreate) {
+TEST_F(Images, DefaultsAndFailedAllocationsAtCreate) {
   pix::memory::fail_after(0);  // the record
   EXPECT_EQ(PIX_image_create(), 0x18500000u);
-  EXPECT_EQ(pix::find_image(1), nullptr);
+  EXPECT_EQ(find_image(1), nullptr);
   pix::memory::fail_after(1);  // the colour map: the record stays, half made
   EXPECT_EQ(PIX_image_create(), 0x10500000u);
-  ASSERT_NE(pix::find_image(1), nullptr);
-  EXPECT_EQ(pix::find_image(1)->cmap, nullptr);
-  EXPECT_EQ(PIX_image_create(), 2u);
-}
-
-TEST_F(Images, SettingTheFormatSetsDepthAndDataWidth) {
+  ASSERT_NE(find_image(1), nullptr);
+  EXPECT_EQ(find_image(1)->cmap, nullptr);
   const uint32_t h = PIX_image_create();
-  struct Case {
-    uint16_t format;
-    uint32_t depth;
-  };
-  const Case cases[] = {{1, 1},   {2, 8},   {3, 8},   {4, 8},   {5, 15},  {6, 16},  {7, 24},  {8, 24},
-                        {9, 32},  {10, 32}, {11, 32}, {12, 16}, {13, 32}, {14, 16}, {15, 32}, {100, 32},
-                        {101, 32}, {102, 32}, {103, 16}, {104, 16}, {106, 16}, {108, 32}};
-  for (const auto& c : cases) {
-    PIX_image_set_parameter(h, PIX_DATA_WIDTH, 5);
-    PIX_image_set_flags(h, PIX_FLAG_DIB, 1);
-    EXPECT_EQ(PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, c.format), 0u) << c.format;
-    EXPECT_EQ(PIX_image_get_parameter(h, PIX_IMAGE_DEPTH), c.depth) << c.format;
-    EXPECT_EQ(PIX_image_get_flags(h, PIX_FLAG_DIB), 0u) << c.format;
-    const bool eight = c.format == 2 || c.format == 3 || c.format == 4;
-    EXPECT_EQ(PIX_image_get_parameter(h, PIX_DATA_WIDTH), eight ? 8u : 5u) << c.format;
-  }
-  EXPECT_TRUE(reports().empty());
+  ASSERT_EQ(h, 2u);
+  const auto* img = static_cast<const tPIX_Image*>(PIX_image_get_ptr(h, PIX_PTR_RECORD));
+  ASSERT_TRUE(img != nullptr && img == find_image(h) && img->cmap != nullptr);
+  EXPECT_EQ(std::make_tuple(img->format, img->line_align, img->start_frame, img->lines_this_strip, img->cmap_size,
+                            img->jpeg, img->data, std::string(img->in_filename)),
+            std::make_tuple(0, 2u, 1u, 8u, 0, nullptr, nullptr, std::string()));
+  for (int i = 0; i < 256; ++i) ASSERT_EQ(std::make_tuple(img->cmap[i].red, img->cmap[i].spare), std::make_tuple(0xAA, 0xAA));
 }
 
-TEST_F(Images, RefusedFormatsStayInTheRecord) {
+// Per format: the depth it sets, the check's code for a wrong depth (0: not
+// tried), components and colour (-1: not tried).
+struct FormatCase {
+  uint16_t format;
+  uint32_t depth, wrong_depth;
+  int components, colour;
+};
+const FormatCase kFormats[] = {
+    {1, 1, 0x10030001, 0, 0},     {2, 8, 0x10030002, 1, 0},     {3, 8, 0, -1, -1},            {4, 8, 0x1003000D, 3, 1},
+    {5, 15, 0x1003000C, 3, -1},   {6, 16, 0x10030009, 3, -1},   {7, 24, 0x10030003, 3, 1},    {8, 24, 0x10030003, -1, -1},
+    {9, 32, 0x10030004, -1, -1},  {10, 32, 0, -1, -1},          {11, 32, 0, -1, -1},          {12, 16, 0x10030009, 3, 1},
+    {13, 32, 0x10030004, -1, 1},  {14, 16, 0x1003000B, 1, 0},   {15, 32, 0x10030004, 4, 0},   {100, 32, 0x10030004, -1, 0},
+    {101, 32, 0x10030005, -1, -1}, {102, 32, 0x10030005, -1, -1}, {103, 16, 0x10030009, -1, -1}, {104, 16, 0x10030006, -1, -1},
+    {106, 16, 0x10030009, -1, 1}, {108, 32, 0x10030004, 4, 0}};
+
+TEST_F(Images, EachFormatSetsDepthDataWidthComponentsColourAndIsChecked) {
+  const uint32_t h = PIX_image_create();
+  for (const FormatCase& c : kFormats) {
+    SCOPED_TRACE(c.format);
+    set_parameters(h, {{PIX_IMAGE_WIDTH, 10}, {PIX_IMAGE_HEIGHT, 2}, {PIX_DATA_WIDTH, 5}});
+    PIX_image_set_flags(h, PIX_FLAG_DIB, 1);
+    EXPECT_EQ(PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, c.format), 0u);
+    const bool eight = c.format == 2 || c.format == 3 || c.format == 4;
+    EXPECT_EQ(std::make_tuple(PIX_image_get_parameter(h, PIX_IMAGE_DEPTH), PIX_image_get_flags(h, PIX_FLAG_DIB),
+                              PIX_image_get_parameter(h, PIX_DATA_WIDTH)),
+              std::make_tuple(c.depth, 0u, eight ? 8u : 5u));
+    if (c.components >= 0) { EXPECT_EQ(PIX_image_get_parameter(h, PIX_COMPONENTS), uint32_t(c.components)); }
+    if (c.colour >= 0) { EXPECT_EQ(PIX_image_is_colour(h), uint32_t(c.colour)); }
+    if (c.wrong_depth == 0) continue;
+    PIX_image_set_parameter(h, PIX_DATA_WIDTH, 10);
+    EXPECT_EQ(PIX_image_check(h), 0u);
+    PIX_image_set_parameter(h, PIX_IMAGE_DEPTH, 12);
+    EXPECT_EQ(PIX_image_check(h), c.wrong_depth);
+  }
+  EXPECT_TRUE(reports().empty());  // the check never reports; its callers do
+}
+
+TEST_F(Images, RefusedFormatsStayAndPalettedSetsAMapSizeOnlyWhenThereIsNone) {
   const uint32_t h = PIX_image_create();
   for (uint32_t code : {105u, 107u, 16u, 99u, 109u, 0xFFFFu}) {
     PIX_image_set_flags(h, PIX_FLAG_DIB, 1);
-    EXPECT_EQ(PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, code), 0x10140000u);
-    EXPECT_EQ(last_report().function, "PIX_image_set_parameter");
-    EXPECT_EQ(last_report().message, "Unrecognized image type");
-    EXPECT_EQ(PIX_image_get_parameter(h, PIX_IMAGE_FORMAT), code);
-    EXPECT_EQ(PIX_image_get_flags(h, PIX_FLAG_DIB), 1u);
+    expect_report(PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, code), "PIX_image_set_parameter", 0x10140000u,
+                  "Unrecognized image type");
+    EXPECT_EQ(std::make_tuple(PIX_image_get_parameter(h, PIX_IMAGE_FORMAT), PIX_image_get_flags(h, PIX_FLAG_DIB)),
+              std::make_tuple(code, 1u));
   }
+  EXPECT_EQ(PIX_image_check(h), 0x1003000Eu);  // a stored refused code fails the check
   // Format 0 only clears the DIB flag.
   PIX_image_set_parameter(h, PIX_IMAGE_DEPTH, 24);
   EXPECT_EQ(PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, 0), 0u);
-  EXPECT_EQ(PIX_image_get_flags(h, PIX_FLAG_DIB), 0u);
-  EXPECT_EQ(PIX_image_get_parameter(h, PIX_IMAGE_DEPTH), 24u);
-}
-
-TEST_F(Images, PalettedFormatGivesAColourMapSizeOnlyWhenThereIsNone) {
-  const uint32_t h = PIX_image_create();
+  EXPECT_EQ(std::make_tuple(PIX_image_get_flags(h, PIX_FLAG_DIB), PIX_image_get_parameter(h, PIX_IMAGE_DEPTH)),
+            std::make_tuple(0u, 24u));
+  EXPECT_EQ(PIX_image_check(h), 0x1003000Eu);  // no format
   PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_PALETTED);
   EXPECT_EQ(PIX_image_get_parameter(h, PIX_CMAP_SIZE), 256u);
-  PIX_image_set_parameter(h, PIX_CMAP_SIZE, 16);
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_PALETTED);
+  set_parameters(h, {{PIX_CMAP_SIZE, 16}, {PIX_IMAGE_FORMAT, PIX_PALETTED}});
   EXPECT_EQ(PIX_image_get_parameter(h, PIX_CMAP_SIZE), 16u);
 }
 
-TEST_F(Images, ParametersRoundTripAndSixteenBitFieldsAreCut) {
+TEST_F(Images, ParametersRoundTripSixteenBitFieldsAreCutAndErrors) {
   const uint32_t h = PIX_image_create();
-  struct Case {
-    uint16_t id;
-    uint32_t value;
-    uint32_t read_back;
-  };
-  const Case cases[] = {{PIX_IMAGE_WIDTH, 0x12345678, 0x12345678},   {PIX_IMAGE_HEIGHT, 70000, 70000},
-                        {PIX_IMAGE_DEPTH, 0x10018, 0x18},            {PIX_LINES_THIS_STRIP, 99, 99},
-                        {PIX_BYTES_PER_LINE, 1234, 1234},            {PIX_USER_VALUE, 0xDEADBEEF, 0xDEADBEEF},
-                        {PIX_DATA_WIDTH, 0x1000C, 12},               {PIX_NUM_FRAMES, 7, 7},
-                        {PIX_START_FRAME, 3, 3},                     {PIX_CMAP_SIZE, 0x10100, 0x100},
-                        {PIX_FIELD_ORDER, 0x20004, 4},               {PIX_LINE_ALIGN, 8, 8},
+  struct Case { uint16_t id; uint32_t value, read_back; };
+  const Case cases[] = {{PIX_IMAGE_WIDTH, 0x12345678, 0x12345678}, {PIX_IMAGE_HEIGHT, 70000, 70000},
+                        {PIX_IMAGE_DEPTH, 0x10018, 0x18},          {PIX_LINES_THIS_STRIP, 99, 99},
+                        {PIX_BYTES_PER_LINE, 1234, 1234},          {PIX_USER_VALUE, 0xDEADBEEF, 0xDEADBEEF},
+                        {PIX_DATA_WIDTH, 0x1000C, 12},             {PIX_NUM_FRAMES, 7, 7},
+                        {PIX_START_FRAME, 3, 3},                   {PIX_CMAP_SIZE, 0x10100, 0x100},
+                        {PIX_FIELD_ORDER, 0x20004, 4},             {PIX_LINE_ALIGN, 8, 8},
                         {PIX_OUT_LINE_ALIGN, 4, 4}};
-  for (const auto& c : cases) {
+  for (const Case& c : cases) {
     EXPECT_EQ(PIX_image_set_parameter(h, c.id, c.value), 0u) << c.id;
     EXPECT_EQ(PIX_image_get_parameter(h, c.id), c.read_back) << c.id;
   }
-  EXPECT_TRUE(reports().empty());
-}
-
-TEST_F(Images, ParameterErrors) {
-  const uint32_t h = PIX_image_create();
   // The library id answers for any handle, even one that names nothing.
-  EXPECT_EQ(PIX_image_get_parameter(0, PIX_LIBRARY_ID), 0x9CB5u);
-  EXPECT_EQ(PIX_image_get_parameter(777, PIX_LIBRARY_ID), 0x9CB5u);
-  EXPECT_EQ(PIX_image_get_parameter(h, PIX_LIBRARY_ID), 0x9CB5u);
+  for (uint32_t any : {0u, 777u, h}) EXPECT_EQ(PIX_image_get_parameter(any, PIX_LIBRARY_ID), 0x9CB5u);
   EXPECT_TRUE(reports().empty());
-
-  for (uint16_t id : {9, 27, 600}) {
-    EXPECT_EQ(PIX_image_get_parameter(h, id), 0x10280000u);
-    EXPECT_EQ(last_report().message, "Unknown parameter");
-  }
-  for (uint16_t id : {9, 22, 26, 27}) {
-    EXPECT_EQ(PIX_image_set_parameter(h, id, 1), 0x10280000u) << id;
-  }
-  EXPECT_EQ(PIX_image_get_parameter(h, PIX_JPEG_LENGTH), 0x10010000u);
-  EXPECT_EQ(last_report().message, "JPEG structure does not exist");
-  EXPECT_EQ(PIX_image_set_parameter(h, PIX_JPEG_LENGTH, 5), 0x10010000u);
-  EXPECT_EQ(last_report().message, "JPEG structure does not exist");
+  for (uint16_t id : {9, 27, 600}) expect_report(PIX_image_get_parameter(h, id), "PIX_image_get_parameter", 0x10280000u, "Unknown parameter");
+  for (uint16_t id : {9, 22, 26, 27}) EXPECT_EQ(PIX_image_set_parameter(h, id, 1), 0x10280000u) << id;
+  const char* const no_jpeg = "JPEG structure does not exist";
+  expect_report(PIX_image_get_parameter(h, PIX_JPEG_LENGTH), "PIX_image_get_parameter", 0x10010000u, no_jpeg);
+  expect_report(PIX_image_set_parameter(h, PIX_JPEG_LENGTH, 5), "PIX_image_set_parameter", 0x10010000u, no_jpeg);
 }
 
-TEST_F(Images, ComponentsFollowTheFormat) {
-  const uint32_t h = PIX_image_create();
-  const std::pair<uint16_t, uint32_t> cases[] = {{PIX_RGB16, 3}, {PIX_RGB15, 3}, {PIX_RGB8, 3}, {PIX_YUV422, 3},
-                                                 {PIX_Y16, 1},   {PIX_XRGB32, 4}, {PIX_BILEVEL, 0}, {PIX_RGB24, 3},
-                                                 {PIX_Y8, 1},    {PIX_HSI, 4}};
-  for (const auto& [format, components] : cases) {
-    PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, format);
-    EXPECT_EQ(PIX_image_get_parameter(h, PIX_COMPONENTS), components) << format;
-  }
-}
-
-TEST_F(Images, FlagsForOneImageAndForAll) {
+TEST_F(Images, FlagsPointersAndFileNames) {
   const uint32_t a = PIX_image_create(), b = PIX_image_create();
   EXPECT_EQ(PIX_image_set_flags(a, PIX_FLAG_USE_LUT | PIX_FLAG_DITHER, 1), 0u);
   EXPECT_EQ(PIX_image_get_flags(a, PIX_FLAG_DITHER), 1u);
@@ -174,47 +143,46 @@ TEST_F(Images, FlagsForOneImageAndForAll) {
   EXPECT_EQ(PIX_image_set_flags(a, PIX_FLAG_USE_LUT, 2), 0u);  // anything but 1 clears
   EXPECT_EQ(PIX_image_get_flags(a, PIX_FLAG_USE_LUT), 0u);
   EXPECT_EQ(PIX_image_set_flags(PIX_ALL_IMAGES, PIX_FLAG_FIELD_MODE, 1), 0u);
-  EXPECT_EQ(PIX_image_get_flags(a, PIX_FLAG_FIELD_MODE), 1u);
-  EXPECT_EQ(PIX_image_get_flags(b, PIX_FLAG_FIELD_MODE), 1u);
-  EXPECT_TRUE(reports().empty());
-}
+  EXPECT_EQ(PIX_image_get_flags(a, PIX_FLAG_FIELD_MODE) + PIX_image_get_flags(b, PIX_FLAG_FIELD_MODE), 2u);
 
-TEST_F(Images, PointersGetAndSet) {
-  const uint32_t h = PIX_image_create();
   uint8_t buffer[16] = {};
-  EXPECT_EQ(PIX_image_set_ptr(h, PIX_PTR_DATA, buffer), 0u);
-  EXPECT_EQ(PIX_image_get_ptr(h, PIX_PTR_DATA), buffer);
-  EXPECT_EQ(PIX_image_get_ptr(h, PIX_PTR_RECORD), pix::find_image(h));
-  EXPECT_NE(PIX_image_get_ptr(h, PIX_PTR_CMAP), nullptr);
+  EXPECT_EQ(PIX_image_set_ptr(a, PIX_PTR_DATA, buffer), 0u);
+  EXPECT_EQ(PIX_image_get_ptr(a, PIX_PTR_DATA), buffer);
+  EXPECT_EQ(PIX_image_get_ptr(a, PIX_PTR_CMAP), find_image(a)->cmap);
   // No JPEG record: its pointers read as null and cannot be set.
-  EXPECT_EQ(PIX_image_get_ptr(h, PIX_PTR_JPEG_DATA), nullptr);
-  EXPECT_EQ(PIX_image_get_ptr(h, PIX_PTR_TJPEG), nullptr);
-  EXPECT_EQ(PIX_image_set_ptr(h, PIX_PTR_JPEG_POS, buffer), 0x10010000u);
-  EXPECT_EQ(last_report().message, "Not a JPEG image");
-  EXPECT_EQ(PIX_image_set_ptr(h, 99, buffer), 0x10280000u);
-  EXPECT_EQ(last_report().message, "Unrecognized pointer type");
-  // Getting never reports.
-  const size_t before = reports().size();
-  EXPECT_EQ(PIX_image_get_ptr(h, 99), nullptr);
-  EXPECT_EQ(reports().size(), before);
-  PIX_image_set_ptr(h, PIX_PTR_DATA, nullptr);  // take the buffer back before destroy
+  EXPECT_EQ(std::make_tuple(PIX_image_get_ptr(a, PIX_PTR_JPEG_DATA), PIX_image_get_ptr(a, PIX_PTR_TJPEG)), std::make_tuple(nullptr, nullptr));
+  expect_report(PIX_image_set_ptr(a, PIX_PTR_JPEG_POS, buffer), "PIX_image_set_ptr", 0x10010000u, "Not a JPEG image");
+  expect_report(PIX_image_set_ptr(a, 99, buffer), "PIX_image_set_ptr", 0x10280000u, "Unrecognized pointer type");
+  const size_t reported = reports().size();
+  EXPECT_EQ(PIX_image_get_ptr(a, 99), nullptr);  // getting never reports
+  EXPECT_EQ(reports().size(), reported);
+  PIX_image_set_ptr(a, PIX_PTR_DATA, nullptr);  // take the buffer back before destroy
+
+  EXPECT_EQ(PIX_image_set_infilename(a, "in.bmp") | PIX_image_set_outfilename(a, "out.tif"), 0u);
+  EXPECT_EQ(PIX_copy_outfilename(b, a), 0u);
+  EXPECT_EQ(std::make_tuple(std::string(PIX_image_get_infilename(a)), std::string(PIX_image_get_outfilename(b)),
+                            std::string(PIX_image_get_infilename(b))),
+            std::make_tuple(std::string("in.bmp"), std::string("out.tif"), std::string()));
+  const std::string long_name(300, 'x');  // cut to 127 characters
+  EXPECT_EQ(PIX_image_set_infilename(a, long_name.c_str()), 0u);
+  EXPECT_EQ(std::string(PIX_image_get_infilename(a)), long_name.substr(0, 127));
+  EXPECT_EQ(PIX_image_set_infilename(a, nullptr), 0u);
+  EXPECT_STREQ(PIX_image_get_infilename(a), "");
 }
 
 TEST_F(Images, SwappingRecordsThroughTheTable) {
   const uint32_t a = PIX_image_create(), b = PIX_image_create();
-  PIX_image_set_parameter(a, PIX_IMAGE_WIDTH, 11);
-  PIX_image_set_parameter(b, PIX_IMAGE_WIDTH, 22);
+  set_parameters(a, {{PIX_IMAGE_WIDTH, 11}});
+  set_parameters(b, {{PIX_IMAGE_WIDTH, 22}});
   void* ra = PIX_image_get_ptr(a, PIX_PTR_RECORD);
   void* rb = PIX_image_get_ptr(b, PIX_PTR_RECORD);
   PIX_image_set_ptr(a, PIX_PTR_RECORD, rb);
   PIX_image_set_ptr(b, PIX_PTR_RECORD, ra);
-  EXPECT_EQ(PIX_get_width(a), 22u);
-  EXPECT_EQ(PIX_get_width(b), 11u);
+  EXPECT_EQ(std::make_tuple(PIX_get_width(a), PIX_get_width(b)), std::make_tuple(22u, 11u));
   PIX_image_set_ptr(a, PIX_PTR_RECORD, ra);
   PIX_image_set_ptr(b, PIX_PTR_RECORD, rb);
   EXPECT_EQ(PIX_get_width(a), 11u);
-  // Emptying a slot frees the handle for the next create; the record taken
-  // out is the caller's now.
+  // Emptying a slot frees the handle for the next create; the record taken out is the caller's now.
   PIX_image_set_ptr(a, PIX_PTR_RECORD, nullptr);
   EXPECT_EQ(PIX_get_width(a), 0u);
   EXPECT_EQ(PIX_image_create(), a);
@@ -223,153 +191,56 @@ TEST_F(Images, SwappingRecordsThroughTheTable) {
   std::free(ra);
 }
 
-TEST_F(Images, FileNames) {
-  const uint32_t a = PIX_image_create(), b = PIX_image_create();
-  EXPECT_EQ(PIX_image_set_infilename(a, "in.bmp"), 0u);
-  EXPECT_EQ(PIX_image_set_outfilename(a, "out.tif"), 0u);
-  EXPECT_STREQ(PIX_image_get_infilename(a), "in.bmp");
-  EXPECT_STREQ(PIX_image_get_outfilename(a), "out.tif");
-  EXPECT_EQ(PIX_copy_outfilename(b, a), 0u);
-  EXPECT_STREQ(PIX_image_get_outfilename(b), "out.tif");
-  EXPECT_STREQ(PIX_image_get_infilename(b), "");
-  // A name longer than the field is cut to 127 characters.
-  const std::string long_name(300, 'x');
-  EXPECT_EQ(PIX_image_set_infilename(a, long_name.c_str()), 0u);
-  EXPECT_EQ(std::string(PIX_image_get_infilename(a)), long_name.substr(0, 127));
-  EXPECT_EQ(PIX_image_set_infilename(a, nullptr), 0u);
-  EXPECT_STREQ(PIX_image_get_infilename(a), "");
-}
-
-TEST_F(Images, QuickAccessorsReadTheFields) {
-  const uint32_t h = pixtest::make_image(PIX_RGB24, 5, 7, 3);
-  EXPECT_EQ(PIX_get_width(h), 5u);
-  EXPECT_EQ(PIX_get_height(h), 7u);
-  EXPECT_EQ(PIX_get_depth(h), 24u);
-  EXPECT_EQ(PIX_get_bytes_per_line(h), 16u);
-  EXPECT_EQ(PIX_get_lines_this_strip(h), 3u);
-}
-
 TEST(SkipBytes, PaddingToTheAlignment) {
-  struct Case {
-    uint32_t width, depth, align, skip;
-  };
-  const Case cases[] = {{3, 8, 4, 1},  {3, 8, 2, 1},   {4, 8, 4, 0},  {3, 15, 4, 2}, {3, 16, 4, 2}, {5, 24, 4, 1},
-                        {1, 1, 4, 0},  {7, 32, 8, 4},  {3, 8, 1, 0},  {640, 24, 4, 0}, {3, 8, 0, 0}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(PIX_image_calc_skip_bytes(c.width, c.depth, c.align), c.skip)
-        << c.width << " " << c.depth << " " << c.align;
+  struct Case { uint32_t width, depth, align, skip; };
+  const Case cases[] = {{3, 8, 4, 1}, {3, 8, 2, 1}, {4, 8, 4, 0}, {3, 15, 4, 2}, {3, 16, 4, 2},   {5, 24, 4, 1},
+                        {1, 1, 4, 0}, {7, 32, 8, 4}, {3, 8, 1, 0}, {640, 24, 4, 0}, {3, 8, 0, 0}};
+  for (const Case& c : cases) {
+    EXPECT_EQ(PIX_image_calc_skip_bytes(c.width, c.depth, c.align), c.skip) << c.width << " " << c.depth << " " << c.align;
   }
 }
 
-class ImageCheck : public LibraryTest {};
-
-TEST_F(ImageCheck, DerivesPaddingAndLineLength) {
-  const uint32_t h = pixtest::make_image(PIX_Y8, 3, 2);
-  PIX_image_set_parameter(h, PIX_LINE_ALIGN, 4);
+TEST_F(Images, CheckDerivesLineLengthFramesAndDataWidth) {
+  const uint32_t h = make_image(PIX_RGB24, 5, 7, 3);  // the quick accessors read the fields
+  EXPECT_EQ(std::make_tuple(PIX_get_width(h), PIX_get_height(h), PIX_get_depth(h), PIX_get_bytes_per_line(h),
+                            PIX_get_lines_this_strip(h)),
+            std::make_tuple(5u, 7u, 24u, 16u, 3u));
+  struct Case { uint16_t format; uint32_t width, align; int skip; uint32_t bytes_per_line; };  // skip -1: not tried
+  const Case cases[] = {{PIX_Y8, 3, 4, 1, 4},          {PIX_Y8, 3, 2, 1, 4},          {PIX_Y8, 4, 2, 0, 4},
+                        {PIX_BILEVEL, 10, 4, 0, 0},    // bilevel lines count no pixel bytes
+                        {PIX_JPEG_STAGE_B, 10, 64, -1, 80}, {PIX_WORK16_B, 10, 64, -1, 40}};  // codec stages ignore the alignment
+  for (const Case& c : cases) {
+    set_parameters(h, {{PIX_IMAGE_FORMAT, c.format}, {PIX_IMAGE_WIDTH, c.width}, {PIX_LINE_ALIGN, c.align}});
+    EXPECT_EQ(PIX_image_check(h), 0u) << c.format;
+    EXPECT_EQ(PIX_get_bytes_per_line(h), c.bytes_per_line) << c.format;
+    if (c.skip >= 0) { EXPECT_EQ(find_image(h)->skip_bytes, uint32_t(c.skip)) << c.format; }
+  }
+  set_parameters(h, {{PIX_IMAGE_FORMAT, PIX_Y8}, {PIX_DATA_WIDTH, 3}, {PIX_NUM_FRAMES, 0}});
   EXPECT_EQ(PIX_image_check(h), 0u);
-  EXPECT_EQ(pix::find_image(h)->skip_bytes, 1u);
-  EXPECT_EQ(PIX_get_bytes_per_line(h), 4u);
-  PIX_image_set_parameter(h, PIX_LINE_ALIGN, 2);
+  EXPECT_EQ(std::make_tuple(PIX_image_get_parameter(h, PIX_NUM_FRAMES), PIX_image_get_parameter(h, PIX_DATA_WIDTH)), std::make_tuple(1u, 8u));
+  // Line lengths that would wrap are refused.
+  set_parameters(h, {{PIX_IMAGE_FORMAT, PIX_XRGB32}, {PIX_IMAGE_WIDTH, 0x40000000u}, {PIX_LINE_ALIGN, 4}});
+  EXPECT_EQ(PIX_image_check(h), 0x10030000u);
+  set_parameters(h, {{PIX_IMAGE_WIDTH, 1000}, {PIX_LINE_ALIGN, 0}});
+  EXPECT_EQ(PIX_image_check(h), 0x10030000u);
+  set_parameters(h, {{PIX_LINE_ALIGN, 4}});
   EXPECT_EQ(PIX_image_check(h), 0u);
-  EXPECT_EQ(pix::find_image(h)->skip_bytes, 1u);
-  EXPECT_EQ(PIX_get_bytes_per_line(h), 4u);
-  PIX_image_set_parameter(h, PIX_IMAGE_WIDTH, 4);
-  EXPECT_EQ(PIX_image_check(h), 0u);
-  EXPECT_EQ(pix::find_image(h)->skip_bytes, 0u);
-  EXPECT_EQ(PIX_get_bytes_per_line(h), 4u);
-  // The check never reports; its callers do.
   EXPECT_TRUE(reports().empty());
 }
 
-TEST_F(ImageCheck, RaisesFramesAndFixesY8DataWidth) {
-  const uint32_t h = pixtest::make_image(PIX_Y8, 8, 8);
-  PIX_image_set_parameter(h, PIX_DATA_WIDTH, 3);
-  PIX_image_set_parameter(h, PIX_NUM_FRAMES, 0);
-  EXPECT_EQ(PIX_image_check(h), 0u);
-  EXPECT_EQ(PIX_image_get_parameter(h, PIX_NUM_FRAMES), 1u);
-  EXPECT_EQ(PIX_image_get_parameter(h, PIX_DATA_WIDTH), 8u);
-}
-
-TEST_F(ImageCheck, EveryFormatAgainstAWrongDepth) {
-  struct Case {
-    uint16_t format;
-    uint32_t code;
-  };
-  const Case cases[] = {{1, 0x10030001},   {2, 0x10030002},   {4, 0x1003000D},   {5, 0x1003000C},
-                        {6, 0x10030009},   {12, 0x10030009},  {103, 0x10030009}, {106, 0x10030009},
-                        {7, 0x10030003},   {8, 0x10030003},   {9, 0x10030004},   {13, 0x10030004},
-                        {15, 0x10030004},  {100, 0x10030004}, {108, 0x10030004}, {14, 0x1003000B},
-                        {101, 0x10030005}, {102, 0x10030005}, {104, 0x10030006}};
+TEST_F(Images, CheckOrderForY16AndPaletted) {
   const uint32_t h = PIX_image_create();
-  PIX_image_set_parameter(h, PIX_IMAGE_WIDTH, 10);
-  PIX_image_set_parameter(h, PIX_IMAGE_HEIGHT, 2);
-  for (const auto& c : cases) {
-    PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, c.format);
-    PIX_image_set_parameter(h, PIX_DATA_WIDTH, 10);
-    EXPECT_EQ(PIX_image_check(h), 0u) << c.format;
-    PIX_image_set_parameter(h, PIX_IMAGE_DEPTH, 12);
-    EXPECT_EQ(PIX_image_check(h), c.code) << c.format;
-  }
-}
-
-TEST_F(ImageCheck, SpecialCases) {
-  const uint32_t h = PIX_image_create();
-  EXPECT_EQ(PIX_image_check(h), 0x1003000Eu);  // no format yet
   // Y16: the data width is tested before the depth.
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_Y16);
-  PIX_image_set_parameter(h, PIX_IMAGE_DEPTH, 8);
-  PIX_image_set_parameter(h, PIX_DATA_WIDTH, 0);
-  EXPECT_EQ(PIX_image_check(h), 0x1003000Au);
-  PIX_image_set_parameter(h, PIX_DATA_WIDTH, 17);
-  EXPECT_EQ(PIX_image_check(h), 0x1003000Au);
-  // Paletted: the colour-map size first.
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_PALETTED);
-  PIX_image_set_parameter(h, PIX_CMAP_SIZE, 0);
-  EXPECT_EQ(PIX_image_check(h), 0x10030007u);
-  PIX_image_set_parameter(h, PIX_CMAP_SIZE, 2);
-  PIX_image_set_parameter(h, PIX_IMAGE_DEPTH, 16);
-  EXPECT_EQ(PIX_image_check(h), 0x10030008u);
-  // Working formats of the codec ignore the alignment.
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_JPEG_STAGE_B);
-  PIX_image_set_parameter(h, PIX_IMAGE_WIDTH, 10);
-  PIX_image_set_parameter(h, PIX_LINE_ALIGN, 64);
-  EXPECT_EQ(PIX_image_check(h), 0u);
-  EXPECT_EQ(PIX_get_bytes_per_line(h), 80u);
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_WORK16_B);
-  EXPECT_EQ(PIX_image_check(h), 0u);
-  EXPECT_EQ(PIX_get_bytes_per_line(h), 40u);
-  // Bilevel lines count no pixel bytes.
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_BILEVEL);
-  PIX_image_set_parameter(h, PIX_LINE_ALIGN, 4);
-  EXPECT_EQ(PIX_image_check(h), 0u);
-  EXPECT_EQ(PIX_get_bytes_per_line(h), 0u);
-  // A stored refused code fails the check like any unknown one.
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, 105);
-  EXPECT_EQ(PIX_image_check(h), 0x1003000Eu);
-}
-
-TEST_F(ImageCheck, LineLengthsThatWouldWrapAreRefused) {
-  const uint32_t h = pixtest::make_image(PIX_XRGB32, 0x40000000u, 1);
-  EXPECT_EQ(PIX_image_check(h), 0x10030000u);
-  PIX_image_set_parameter(h, PIX_IMAGE_WIDTH, 1000);
-  PIX_image_set_parameter(h, PIX_LINE_ALIGN, 0);
-  EXPECT_EQ(PIX_image_check(h), 0x10030000u);
-  PIX_image_set_parameter(h, PIX_LINE_ALIGN, 4);
-  EXPECT_EQ(PIX_image_check(h), 0u);
-}
-
-TEST_F(Images, ColourTest) {
-  const std::pair<uint16_t, uint32_t> cases[] = {{PIX_Y8, 0},     {PIX_Y16, 0},     {PIX_XRGB32, 0}, {PIX_HSI, 0},
-                                                 {PIX_BILEVEL, 0}, {PIX_RGB8, 1},   {PIX_RGB24, 1},  {PIX_YUV422, 1},
-                                                 {PIX_CMYK32, 1},  {PIX_JPEG, 1},   {PIX_JPEG_STAGE_A, 0}};
-  const uint32_t h = PIX_image_create();
-  for (const auto& [format, colour] : cases) {
-    PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, format);
-    EXPECT_EQ(PIX_image_is_colour(h), colour) << format;
+  for (uint32_t width : {0u, 17u}) {
+    set_parameters(h, {{PIX_IMAGE_FORMAT, PIX_Y16}, {PIX_IMAGE_DEPTH, 8}, {PIX_DATA_WIDTH, width}});
+    EXPECT_EQ(PIX_image_check(h), 0x1003000Au) << width;
   }
-  // Paletted: colour unless every entry in use is grey.
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_PALETTED);
-  PIX_image_set_parameter(h, PIX_CMAP_SIZE, 2);
+  // Paletted: the colour-map size first.
+  set_parameters(h, {{PIX_IMAGE_FORMAT, PIX_PALETTED}, {PIX_CMAP_SIZE, 0}});
+  EXPECT_EQ(PIX_image_check(h), 0x10030007u);
+  set_parameters(h, {{PIX_CMAP_SIZE, 2}, {PIX_IMAGE_DEPTH, 16}});
+  EXPECT_EQ(PIX_image_check(h), 0x10030008u);
+  // A paletted image is colour unless every entry in use is grey.
   auto* map = static_cast<tPIX_Colour*>(PIX_image_get_ptr(h, PIX_PTR_CMAP));
   map[0] = {5, 5, 5, 0};
   map[1] = {9, 9, 9, 0};
@@ -377,29 +248,6 @@ TEST_F(Images, ColourTest) {
   EXPECT_EQ(PIX_image_is_colour(h), 0u);
   map[1].green = 10;
   EXPECT_EQ(PIX_image_is_colour(h), 1u);
-}
-
-TEST_F(Images, DestroyAllAndTheCheckOfRemainingImages) {
-  PIX_image_create();
-  PIX_image_create();
-  EXPECT_EQ(PIX_image_destroy(PIX_CHECK_IMAGES), 0x107A0000u);
-  EXPECT_TRUE(reports().empty());  // not reported
-  EXPECT_EQ(PIX_image_destroy(PIX_ALL_IMAGES), 0u);
-  EXPECT_EQ(PIX_image_destroy(PIX_CHECK_IMAGES), 0u);
-  EXPECT_EQ(PIX_image_create(), 1u);
-}
-
-TEST_F(Images, DestroyFreesALentBufferUnlessTakenBack) {
-  // The buffer is a heap block: destroy frees it although the image is locked
-  // (the sanitizer build would report a leak or a double free otherwise).
-  const uint32_t h = pixtest::make_image(PIX_Y8, 4, 4, 4);
-  void* lent = std::malloc(16);
-  PIX_image_set_ptr(h, PIX_PTR_DATA, lent);
-  PIX_image_set_flags(h, PIX_FLAG_LOCKED, 1);
-  EXPECT_EQ(PIX_image_free_data(h), 0u);
-  EXPECT_EQ(PIX_image_get_ptr(h, PIX_PTR_DATA), lent);  // locked: kept
-  EXPECT_EQ(PIX_image_destroy(h), 0u);
-  EXPECT_EQ(pix::find_image(h), nullptr);
 }
 
 }  // namespace

@@ -49,4 +49,8 @@ uint32_t make_image(uint16_t format, uint32_t width, uint32_t height, uint32_t l
   return h;
 }
 
+void set_parameters(uint32_t handle, std::initializer_list<std::pair<uint16_t, uint32_t>> values) {
+  for (const auto& [id, value] : values) PIX_image_set_parameter(handle, id, value);
+}
+
 }  // namespace pixtest

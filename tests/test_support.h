@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "pix95.h"
@@ -32,5 +34,8 @@ class LibraryTest : public ::testing::Test {
 
 // An image described by format, width and height (and checked).
 uint32_t make_image(uint16_t format, uint32_t width, uint32_t height, uint32_t lines_this_strip = 0);
+
+// Sets parameters of an image, in the order given.
+void set_parameters(uint32_t handle, std::initializer_list<std::pair<uint16_t, uint32_t>> values);
 
 }  // namespace pixtest
