@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "bench_image.h"
 #include "io_floor.h"
 #include "pix95.h"
 
@@ -16,22 +17,9 @@ constexpr std::size_t kFileBytes = 54 + std::size_t{kWidth} * 3 * kHeight;
 const char* const kPath = "bmp_bench.bmp";
 const char* const kFloorPath = "bmp_bench_floor.bin";
 
-uint32_t make_rgb24(uint32_t lines) {
-  const uint32_t h = PIX_image_create();
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_RGB24);
-  PIX_image_set_parameter(h, PIX_IMAGE_WIDTH, kWidth);
-  PIX_image_set_parameter(h, PIX_IMAGE_HEIGHT, kHeight);
-  PIX_image_set_parameter(h, PIX_LINES_THIS_STRIP, lines);
-  PIX_image_malloc_a_strip(h);
-  std::memset(PIX_image_get_ptr(h, PIX_PTR_DATA), 0x5A, std::size_t{lines} * kWidth * 3);
-  PIX_image_set_outfilename(h, kPath);
-  PIX_image_set_infilename(h, kPath);
-  return h;
-}
-
 void write_file(benchmark::State& state) {
   const auto lines = static_cast<uint32_t>(state.range(0));
-  const uint32_t h = make_rgb24(lines);
+  const uint32_t h = pixbench::rgb24_image(kWidth, kHeight, lines, kPath);
   for (auto _ : state) {
     PIX_image_set_parameter(h, PIX_LINES_THIS_STRIP, lines);
     for (uint32_t done = 0; done < kHeight; done += lines) {
@@ -45,7 +33,7 @@ void write_file(benchmark::State& state) {
 void read_file(benchmark::State& state) {
   const auto lines = static_cast<uint32_t>(state.range(0));
   {
-    const uint32_t h = make_rgb24(kHeight);
+    const uint32_t h = pixbench::rgb24_image(kWidth, kHeight, kHeight, kPath);
     PIX_write_BMP_file(h, PIX_STRIP_NEXT);
     PIX_image_destroy(h);
   }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_image.h"
 #include "convert/kernels/direct.h"
 #include "pix95.h"
 
@@ -21,19 +22,6 @@ namespace {
 namespace k = pix::convert::kernels;
 using Clock = std::chrono::steady_clock;
 
-uint32_t make_rgb24(uint32_t width, uint32_t height) {
-  const uint32_t h = PIX_image_create();
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_RGB24);
-  PIX_image_set_parameter(h, PIX_IMAGE_WIDTH, width);
-  PIX_image_set_parameter(h, PIX_IMAGE_HEIGHT, height);
-  PIX_image_set_parameter(h, PIX_LINES_THIS_STRIP, height);
-  PIX_image_malloc_a_strip(h);
-  auto* data = static_cast<uint8_t*>(PIX_image_get_ptr(h, PIX_PTR_DATA));
-  std::mt19937 rng(1);
-  for (std::size_t i = 0; i < std::size_t{width} * height * 3; ++i) data[i] = static_cast<uint8_t>(rng());
-  return h;
-}
-
 void set_rate(benchmark::State& state, const char* name, double pixels, double seconds) {
   state.counters[name] = benchmark::Counter(seconds > 0 ? pixels / seconds / 1e6 : 0);
 }
@@ -43,7 +31,7 @@ void set_rate(benchmark::State& state, const char* name, double pixels, double s
 // frees and allocates its output strip on every call, as applications see it.
 void BM_GreyFromRgb24(benchmark::State& state) {
   const auto width = static_cast<uint32_t>(state.range(0)), height = static_cast<uint32_t>(state.range(1));
-  const uint32_t in = make_rgb24(width, height), out = PIX_image_create();
+  const uint32_t in = pixbench::rgb24_image(width, height, height), out = PIX_image_create();
   const auto* rgb = static_cast<const uint8_t*>(PIX_image_get_ptr(in, PIX_PTR_DATA));
   std::vector<uint8_t> peer(std::size_t{width} * height);
   double ours = 0, theirs = 0;
@@ -76,7 +64,7 @@ BENCHMARK(BM_GreyFromRgb24)->Args({640, 480})->Args({1920, 1080})->Unit(benchmar
 // it: no allocation in the loop.
 void BM_GreyFromRgb24Locked(benchmark::State& state) {
   const auto width = static_cast<uint32_t>(state.range(0)), height = static_cast<uint32_t>(state.range(1));
-  const uint32_t in = make_rgb24(width, height), out = PIX_image_create();
+  const uint32_t in = pixbench::rgb24_image(width, height, height), out = PIX_image_create();
   std::vector<uint8_t> grey(std::size_t{width} * height);
   PIX_image_set_flags(in, PIX_FLAG_LOCKED, 1);  // copied to the output with the parameters
   PIX_image_set_ptr(out, PIX_PTR_DATA, grey.data());

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_image.h"
 #include "io_floor.h"
 #include "pix95.h"
 
@@ -30,13 +31,9 @@ std::vector<uint8_t>& pixels() {
   return p;
 }
 
+// The picture libtiff also writes, so that both sides move the same bytes.
 uint32_t rgb_image() {
-  const uint32_t h = PIX_image_create();
-  PIX_image_set_parameter(h, PIX_IMAGE_FORMAT, PIX_RGB24);
-  PIX_image_set_parameter(h, PIX_IMAGE_WIDTH, kWidth);
-  PIX_image_set_parameter(h, PIX_IMAGE_HEIGHT, kHeight);
-  PIX_image_set_parameter(h, PIX_LINES_THIS_STRIP, kHeight);
-  PIX_image_malloc_a_strip(h);
+  const uint32_t h = pixbench::rgb24_image(kWidth, kHeight, kHeight);
   std::memcpy(PIX_image_get_ptr(h, PIX_PTR_DATA), pixels().data(), kBytes);
   return h;
 }
