@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "core/strip.h"
+#include "core/stage.h"
 #include "pix95.h"
 
 namespace pix::convert {
@@ -16,7 +16,7 @@ uint8_t closest_colour(const tPIX_Colour* map, uint32_t used, uint8_t red, uint8
 // Progress of the strip-wise colour-map functions: map generation, and the
 // conversions to paletted and 3-3-2 colour.
 struct PalettedState {
-  strip::Progress generate, to_paletted, rgb8, dither;
+  stage::Progress generate, to_paletted, rgb8, dither;
 };
 PalettedState& paletted_state() noexcept;
 

@@ -8,12 +8,14 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "convert/converter.h"
+#include "core/stage.h"
 #include "convert/kernels/direct.h"
 #include "core/image.h"
 #include "core/status.h"
 
 namespace pix::convert {
+
+using stage::SameFormat;
 
 DirectState& direct_state() noexcept {
   static DirectState state;
@@ -35,12 +37,12 @@ enum class Ends {
 enum class Kind { direct, palette_cmyk, palette_rgb24_or_y8 };
 
 struct Member {
-  Converter outer;
+  stage::Stage outer;
   const char* worker;
   uint32_t sources;      // bit f set: format f is converted
   const char* refusal;   // message for any other format
   Ends ends;
-  strip::Progress DirectState::*progress;
+  stage::Progress DirectState::*progress;
   Kind kind = Kind::direct;
 };
 
@@ -250,7 +252,7 @@ uint32_t palette_strip(const Member& m, const Image& src, const Image& dst) {
 uint32_t one_strip(const Member& m, uint32_t in, uint32_t out) {
   const Image* src = find_image(in);
   if (src == nullptr) return report(m.worker, code::bad_handle, "Input image does not exist");
-  if (uint32_t r = strip::begin_worker(*src, out, m.worker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(*src, out, m.worker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   return m.kind == Kind::direct ? direct_strip(m, *src, dst) : palette_strip(m, *src, dst);
 }
@@ -266,7 +268,7 @@ uint32_t accept(const Member& m, const Image& src) {
 }
 
 uint32_t run_member(const Member& m, uint32_t in, uint32_t out, uint16_t command) {
-  return run_converter(
+  return stage::run(
       m.outer, direct_state().*m.progress, in, out, command,
       [&](const Image& src) { return accept(m, src); }, [&] { return one_strip(m, in, out); });
 }

@@ -4,13 +4,13 @@
 
 #include <cstdint>
 
-#include "core/strip.h"
+#include "core/stage.h"
 
 namespace pix::convert {
 
 // Library-wide progress of each direct-colour converter.
 struct DirectState {
-  strip::Progress y8, rgbx32, bgrx32, xbgr32, xrgb32, rgb24, bgr24, rgb16, rgb15, y16, cmyk32, paletted;
+  stage::Progress y8, rgbx32, bgrx32, xbgr32, xrgb32, rgb24, bgr24, rgb16, rgb15, y16, cmyk32, paletted;
 };
 DirectState& direct_state() noexcept;
 

@@ -96,7 +96,7 @@ uint32_t apply_worker(uint32_t in, uint32_t out, uint32_t lut) {
   // Applied in place (input and output the same image), the strip is mapped
   // where it lies instead of being read back from a freed buffer.
   if (in != out) {
-    if (uint32_t r = strip::begin_worker(*src, out, kApplyWorker); is_error(r)) return r;
+    if (uint32_t r = stage::begin_worker(*src, out, kApplyWorker); is_error(r)) return r;
   } else if (src->data == nullptr) {
     return report(kApplyWorker, code::bad_image, "No image data");
   }
@@ -201,7 +201,7 @@ PIX_API uint32_t PIX_CALL PIX_LUT_generate(uint32_t lut, int16_t brightness, int
 
 PIX_API uint32_t PIX_CALL PIX_LUT_apply(uint32_t in, uint32_t out, uint32_t lut, uint16_t command) {
   uint32_t result = 0;
-  const Image* src = strip::checked_input(in, kApply, result);
+  const Image* src = stage::checked_input(in, kApply, result);
   if (src == nullptr) return result;
   if (src->lines_this_strip == 0) {
     PIX_image_copy(in, out);
@@ -212,8 +212,8 @@ PIX_API uint32_t PIX_CALL PIX_LUT_apply(uint32_t in, uint32_t out, uint32_t lut,
   if (!accepts(*record, src->format)) {
     return report(kApply, code::unsupported | src->format, "Unsupported image format");
   }
-  return strip::run(
-      general_luts().apply, kApply, strip::kBusy, in, out, command,
+  return stage::run_strips(
+      general_luts().apply, kApply, stage::kBusy, in, out, command,
       [&]() -> uint32_t {
         // The output keeps the input's format (and its flags).
         if (uint32_t r = PIX_image_copy_parameters(in, out); is_error(r)) return r;

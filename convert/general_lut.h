@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/handle_table.h"
-#include "core/strip.h"
+#include "core/stage.h"
 
 namespace pix::convert {
 
@@ -27,7 +27,7 @@ struct GeneralLut {
 
 // Handles 1..15, and the progress of applying a LUT strip by strip.
 struct GeneralLutTable : HandleTable<GeneralLut, 16> {
-  strip::Progress apply;
+  stage::Progress apply;
 };
 GeneralLutTable& general_luts() noexcept;
 

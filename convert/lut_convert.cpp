@@ -6,11 +6,13 @@
 #include <array>
 
 #include "convert/conversion_tables.h"
-#include "convert/converter.h"
+#include "core/stage.h"
 #include "convert/kernels/tables.h"
 
 using namespace pix;
 using namespace pix::convert;
+using stage::SameFormat;
+using stage::unsupported_format;
 using kernels::LutOut;
 
 namespace {
@@ -18,7 +20,7 @@ namespace {
 enum YuvLut { kRgbx32, kBgrx32, kXbgr32, kXrgb32, kRgb24, kBgr24, kRgb16, kRgb15, kPaletted, kYuvLuts };
 
 struct YuvLutConverter {
-  Converter desc;
+  stage::Stage desc;
   const char* worker;
   LutOut out;
   uint16_t table;
@@ -47,13 +49,13 @@ constexpr YuvLutConverter kYuvLut[kYuvLuts] = {
      LutOut::paletted, PIX_LUT_YUV422_TO_PALETTED, 1},
 };
 
-constexpr Converter kToPaletted{"PIX_convert_to_paletted_LUT", PIX_PALETTED, false, kNoCopy};
+constexpr stage::Stage kToPaletted{"PIX_convert_to_paletted_LUT", PIX_PALETTED, false, kNoCopy};
 constexpr const char* kToPalettedWorker = "PIX_convert_to_paletted_LUT_1_strip";
 
 // Progress of every converter of this file.
 struct LutConverterState {
-  std::array<strip::Progress, kYuvLuts> yuv;
-  strip::Progress to_paletted;
+  std::array<stage::Progress, kYuvLuts> yuv;
+  stage::Progress to_paletted;
 };
 LutConverterState& lut_converters() noexcept {
   static LutConverterState state;
@@ -74,7 +76,7 @@ uint32_t accept_yuv422(const Image& src, const char* function) {
 
 uint32_t yuv_lut_worker(const YuvLutConverter& c, uint32_t in, uint32_t out) {
   const Image* src = find_image(in);
-  if (uint32_t r = strip::begin_worker(*src, out, c.worker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(*src, out, c.worker); is_error(r)) return r;
   // A table destroyed between two strips is made again.
   if (uint32_t r = require_table(c.table, in); is_error(r)) return r;
   const Image* dst = find_image(out);
@@ -88,7 +90,7 @@ uint32_t yuv_lut_worker(const YuvLutConverter& c, uint32_t in, uint32_t out) {
 
 uint32_t run_yuv_lut(YuvLut which, uint32_t in, uint32_t out, uint16_t command) {
   const YuvLutConverter& c = kYuvLut[which];
-  return run_converter(
+  return stage::run(
       c.desc, lut_converters().yuv[which], in, out, command,
       [&](const Image& src) -> uint32_t {
         // Kept: an RGBX32 source is copied into the output and then still
@@ -104,7 +106,7 @@ uint32_t run_yuv_lut(YuvLut which, uint32_t in, uint32_t out, uint16_t command) 
 uint32_t run_yuv_to_paletted(uint32_t in, uint32_t out, uint16_t command) {
   const YuvLutConverter& c = kYuvLut[kPaletted];
   uint32_t result = 0;
-  const Image* src = strip::checked_input(in, c.desc.name, result);
+  const Image* src = stage::checked_input(in, c.desc.name, result);
   if (src == nullptr) return result;
   if (src->lines_this_strip == 0) {
     if (result = PIX_image_copy(in, out); is_error(result)) return result;
@@ -112,10 +114,10 @@ uint32_t run_yuv_to_paletted(uint32_t in, uint32_t out, uint16_t command) {
     return 0;
   }
   if (uint32_t r = accept_yuv422(*src, c.desc.name); is_error(r)) return r;
-  return strip::run(
+  return stage::run_strips(
       lut_converters().yuv[kPaletted], c.desc.name, c.desc.busy, in, out, command,
       [&]() -> uint32_t {
-        if (uint32_t r = strip::set_up_output(in, out, PIX_PALETTED, c.desc.name); is_error(r)) return r;
+        if (uint32_t r = stage::set_up_output(in, out, PIX_PALETTED, c.desc.name); is_error(r)) return r;
         return require_table(c.table, in);  // from the source's colour map
       },
       [&] { return yuv_lut_worker(c, in, out); });
@@ -133,7 +135,7 @@ uint16_t paletted_table_of(uint16_t format) {
 
 uint32_t to_paletted_worker(uint32_t in, uint32_t out) {
   const Image* src = find_image(in);
-  if (uint32_t r = strip::begin_worker(*src, out, kToPalettedWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(*src, out, kToPalettedWorker); is_error(r)) return r;
   const uint16_t type = paletted_table_of(src->format);
   if (type == 0) return unsupported_format(kToPalettedWorker);
   if (uint32_t r = require_table(type, in); is_error(r)) return r;
@@ -186,7 +188,7 @@ PIX_API uint32_t PIX_CALL PIX_YUV422_to_paletted_LUT(uint32_t in, uint32_t out, 
 }
 
 PIX_API uint32_t PIX_CALL PIX_convert_to_paletted_LUT(uint32_t in, uint32_t out, uint16_t command) {
-  return run_converter(
+  return stage::run(
       kToPaletted, lut_converters().to_paletted, in, out, command,
       [](const Image& src) { return paletted_table_of(src.format) != 0 ? 0u : unsupported_format(kToPaletted.name); },
       [&] { return to_paletted_worker(in, out); },

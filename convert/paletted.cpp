@@ -6,13 +6,15 @@
 #include <cstdlib>
 
 #include "cmap.h"
-#include "converter.h"
+#include "core/stage.h"
 #include "core/image.h"
 #include "core/status.h"
 #include "kernels/paletted.h"
 
 using namespace pix;
 using namespace pix::convert;
+using stage::SameFormat;
+using stage::unsupported_format;
 
 namespace pix::convert {
 PalettedState& paletted_state() noexcept {
@@ -35,9 +37,9 @@ constexpr const char* kDitherWorker = "PIX_convert_to_RGB8_dither_1_strip";
 constexpr const char* kTooManyBits = "more than 8 bits in one colour";
 constexpr const char* kArrayOverflow = "Array size overflow";
 
-constexpr Converter kToPaletted{.name = "PIX_convert_to_paletted", .target = PIX_PALETTED};
-constexpr Converter kRgb8{.name = "PIX_convert_to_RGB8", .target = PIX_RGB8};
-constexpr Converter kDither{
+constexpr stage::Stage kToPaletted{.name = "PIX_convert_to_paletted", .target = PIX_PALETTED};
+constexpr stage::Stage kRgb8{.name = "PIX_convert_to_RGB8", .target = PIX_RGB8};
+constexpr stage::Stage kDither{
     .name = "PIX_convert_to_RGB8_dither", .target = PIX_PALETTED, .same = SameFormat::none, .busy = 3};
 
 kernels::CellBits cell_bits(const tPIX_Cmap_info& info) {
@@ -181,7 +183,7 @@ uint32_t histogram_to_cmap(Image& img) {
 
 uint32_t to_paletted_1_strip(uint32_t in, uint32_t out) {
   const Image& src = *find_image(in);
-  if (uint32_t r = strip::begin_worker(src, out, kToPalettedWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kToPalettedWorker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   const tPIX_Cmap_info& info = *src.cmap_info;  // the outer function made sure of it
   const kernels::CellBits bits = cell_bits(info);
@@ -245,7 +247,7 @@ void padded_lines(const Image& src, const Image& dst, Row&& row) {
 
 uint32_t rgb8_1_strip(uint32_t in, uint32_t out) {
   const Image& src = *find_image(in);
-  if (uint32_t r = strip::begin_worker(src, out, kRgb8Worker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kRgb8Worker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   if (src.format == PIX_RGB24) padded_lines(src, dst, kernels::rgb8_from_rgb24);
   else if (src.format == PIX_Y8) padded_lines(src, dst, kernels::rgb8_from_y8);
@@ -255,7 +257,7 @@ uint32_t rgb8_1_strip(uint32_t in, uint32_t out) {
 
 uint32_t dither_1_strip(uint32_t in, uint32_t out) {
   const Image& src = *find_image(in);
-  if (uint32_t r = strip::begin_worker(src, out, kDitherWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kDitherWorker); is_error(r)) return r;
   if (src.format != PIX_RGB24) return unsupported_format(kDitherWorker);
   padded_lines(src, *find_image(out), kernels::rgb8_dither_row);
   return 0;
@@ -264,12 +266,12 @@ uint32_t dither_1_strip(uint32_t in, uint32_t out) {
 // A 3-3-2 converter: the usual skeleton, and the cube map on the output
 // whenever the output is set up, described-only included.
 template <class Accept, class Work>
-uint32_t run_332(const Converter& c, strip::Progress& progress, uint32_t in, uint32_t out, uint16_t command,
+uint32_t run_332(const stage::Stage& c, stage::Progress& progress, uint32_t in, uint32_t out, uint16_t command,
                  Accept&& accept, Work&& work) {
   const Image* src = find_image(in);
   const bool describes = src != nullptr && src->lines_this_strip == 0;
   const uint32_t result =
-      run_converter(c, progress, in, out, command, accept, work, [out] { return give_cube_map(out); });
+      stage::run(c, progress, in, out, command, accept, work, [out] { return give_cube_map(out); });
   if (is_error(result) || !describes) return result;
   return give_cube_map(out);
 }
@@ -280,26 +282,26 @@ extern "C" {
 
 PIX_API uint32_t PIX_CALL PIX_cmap_generate(uint32_t handle, uint16_t entries, uint16_t command) {
   uint32_t result = 0;
-  Image* img = strip::checked_input(handle, kGenerate, result);
+  Image* img = stage::checked_input(handle, kGenerate, result);
   if (img == nullptr) return result;
   if (img->lines_this_strip == 0) return 0;
   if (img->format != PIX_RGB24 && img->format != PIX_Y16 && img->format != PIX_Y8) {
     return unsupported_format(kGenerate);
   }
-  strip::Progress& progress = paletted_state().generate;
+  stage::Progress& progress = paletted_state().generate;
   if (progress.idle()) {
     progress.lines_done = 0;
     if (uint32_t r = start_generation(*img, entries); is_error(r)) return r;
-    progress.state = strip::kBusy;
+    progress.state = stage::kBusy;
   }
   // The map is made when the run ends, by its last strip or by command 4.
-  return strip::advance(
-      progress, *img, command, [img] { return generate_1_strip(*img); }, strip::Nothing{},
+  return stage::advance(
+      progress, *img, command, [img] { return generate_1_strip(*img); }, stage::Nothing{},
       [img] { return histogram_to_cmap(*img); });
 }
 
 PIX_API uint32_t PIX_CALL PIX_convert_to_paletted(uint32_t in, uint32_t out, uint16_t command) {
-  return run_converter(
+  return stage::run(
       kToPaletted, paletted_state().to_paletted, in, out, command,
       [](const Image& src) -> uint32_t {
         if (src.format != PIX_RGB24 && src.format != PIX_Y8) return unsupported_format(kToPaletted.name);

@@ -3,20 +3,22 @@
 #include <algorithm>
 #include <cstring>
 
-#include "convert/converter.h"
+#include "core/stage.h"
 #include "convert/kernels/yuv.h"
 #include "convert/pixel_math.h"
 #include "process/hue_table.h"
 
 using namespace pix;
 using namespace pix::convert;
+using stage::SameFormat;
+using stage::unsupported_format;
 using kernels::RgbIn;
 using kernels::YuvOut;
 
 namespace {
 
 struct YuvState {
-  strip::Progress to_rgbx32, to_bgrx32, to_xbgr32, to_xrgb32, to_rgb24, to_bgr24, to_rgb16, to_rgb15, to_y8,
+  stage::Progress to_rgbx32, to_bgrx32, to_xbgr32, to_xrgb32, to_rgb24, to_bgr24, to_rgb16, to_rgb15, to_y8,
       to_hsi, to_yuv422;
 };
 YuvState& yuv_state() {
@@ -28,14 +30,14 @@ YuvState& yuv_state() {
 // Decoders
 
 struct Decoder {
-  Converter outer;
+  stage::Stage outer;
   const char* worker;
   YuvOut layout;  // unused by the HSI decoder
   uint32_t out_bytes;
-  strip::Progress YuvState::*progress;
+  stage::Progress YuvState::*progress;
 };
 
-constexpr Converter decoder(const char* name, uint16_t target) {
+constexpr stage::Stage decoder(const char* name, uint16_t target) {
   return {.name = name, .target = target, .same = SameFormat::none};
 }
 
@@ -106,7 +108,7 @@ void hsi_row(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint16_t
 
 uint32_t decode_1_strip(const Decoder& d, uint32_t in, uint32_t out) {
   const Image& src = *find_image(in);
-  if (uint32_t r = strip::begin_worker(src, out, d.worker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, d.worker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   const std::size_t pairs = contiguous_pairs(src, dst, d.out_bytes);
   if (pairs == 0) return 0;
@@ -125,16 +127,16 @@ uint32_t decode(const Decoder& d, uint32_t in, uint32_t out, uint16_t command) {
   auto accept = [&](const Image& src) { return accept_yuv422(src, d.outer.name); };
   auto work = [&] { return decode_1_strip(d, in, out); };
   if (d.outer.target == PIX_HSI) {
-    return run_converter(d.outer, yuv_state().*d.progress, in, out, command, accept, work,
+    return stage::run(d.outer, yuv_state().*d.progress, in, out, command, accept, work,
                          [] { return process::ensure_hue_table(); });
   }
-  return run_converter(d.outer, yuv_state().*d.progress, in, out, command, accept, work);
+  return stage::run(d.outer, yuv_state().*d.progress, in, out, command, accept, work);
 }
 
 // ---------------------------------------------------------------------------
 // Encoder
 
-constexpr Converter kToYuv422{.name = "PIX_convert_to_YUV422", .target = PIX_YUV422, .out_line_align = true};
+constexpr stage::Stage kToYuv422{.name = "PIX_convert_to_YUV422", .target = PIX_YUV422, .out_line_align = true};
 constexpr const char* kToYuv422Worker = "PIX_convert_to_YUV422_1_strip";
 
 struct Source {
@@ -181,7 +183,7 @@ void encode_paletted(const uint8_t* src, uint8_t* dst, std::size_t pairs, const 
 // over their own `skip_bytes` at every line end.
 uint32_t encode_1_strip(uint32_t in, uint32_t out) {
   const Image& src = *find_image(in);
-  if (uint32_t r = strip::begin_worker(src, out, kToYuv422Worker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kToYuv422Worker); is_error(r)) return r;
   Source s;
   if (!source_of(src.format, s)) return unsupported_format(kToYuv422Worker);
   if (src.format == PIX_PALETTED && src.cmap == nullptr) {
@@ -241,7 +243,7 @@ PIX_API uint32_t PIX_CALL PIX_YUV422_to_HSI(uint32_t in, uint32_t out, uint16_t 
 }
 
 PIX_API uint32_t PIX_CALL PIX_convert_to_YUV422(uint32_t in, uint32_t out, uint16_t command) {
-  return run_converter(kToYuv422, yuv_state().to_yuv422, in, out, command, accept_rgb,
+  return stage::run(kToYuv422, yuv_state().to_yuv422, in, out, command, accept_rgb,
                        [&] { return encode_1_strip(in, out); });
 }
 

@@ -9,26 +9,19 @@ using namespace pix;
 
 namespace {
 
-// Bytes of `lines` lines, counted wide so that a huge request cannot wrap.
-uint64_t strip_bytes(const Image& img, uint32_t lines) {
-  const uint64_t line = img.format == PIX_BILEVEL && img.bytes_per_line < bilevel_stride(img) ? bilevel_stride(img)
-                                                                                              : img.bytes_per_line;
-  return static_cast<uint64_t>(lines) * line;
-}
-
 uint32_t copy_1_strip(uint32_t from, uint32_t to) {
   static constexpr const char* kName = "PIX_image_copy_1_strip";
   const Image* src = find_image(from);
   PIX_image_free_data(to);
   if (uint32_t r = PIX_image_malloc_a_strip(to); is_error(r)) return r;
   Image* dst = find_image(to);
-  const uint64_t bytes = strip_bytes(*src, src->lines_this_strip);
+  const uint64_t bytes = strip_bytes(*src);
   if (bytes == 0) return 0;
   if (src->data == nullptr) return report(kName, code::bad_image, "No image data");
   // The whole strip, padding included.  The original copied in 4-, 2- or
   // 1-byte units by the line length; the bytes are the same.  The copy never
   // runs past the destination's own strip.
-  const uint64_t room = strip_bytes(*dst, dst->lines_this_strip);
+  const uint64_t room = strip_bytes(*dst);
   std::memcpy(dst->data, src->data, static_cast<std::size_t>(bytes < room ? bytes : room));
   return 0;
 }
@@ -42,7 +35,7 @@ PIX_API uint32_t PIX_CALL PIX_image_malloc_a_strip(uint32_t handle) {
   Image* img = find_image(handle);
   if (img != nullptr && (img->flags & PIX_FLAG_LOCKED) != 0 && img->data != nullptr) return 0;  // the caller's buffer
   if (uint32_t r = check_reported(handle, kName); is_error(r)) return r;
-  const uint64_t size = strip_bytes(*img, img->lines_this_strip);
+  const uint64_t size = strip_bytes(*img);
   // A size beyond 32 bits is refused rather than wrapped to a small block.
   void* block = size <= 0xFFFFFFFFull ? memory::allocate(static_cast<std::size_t>(size)) : nullptr;
   if (block == nullptr) return report(kName, code::out_of_memory | static_cast<uint32_t>(size & 0xFFFF));
@@ -53,7 +46,7 @@ PIX_API uint32_t PIX_CALL PIX_image_malloc_a_strip(uint32_t handle) {
 PIX_API uint8_t* PIX_CALL PIX_malloc_N_lines(uint32_t handle, uint16_t lines) {
   const Image* img = find_image(handle);
   if (img == nullptr) return nullptr;
-  return static_cast<uint8_t*>(memory::allocate(static_cast<std::size_t>(strip_bytes(*img, lines))));
+  return static_cast<uint8_t*>(memory::allocate(static_cast<std::size_t>(lines_bytes(*img, lines))));
 }
 
 PIX_API uint32_t PIX_CALL PIX_image_free_data(uint32_t handle) {

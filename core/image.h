@@ -38,6 +38,17 @@ constexpr uint64_t bilevel_stride(const Image& img) {
   return (bytes + align - 1) / align * align;
 }
 
+// Bytes of `lines` lines of the image, counted wide so that a huge request
+// cannot wrap; bilevel lines count at their packed stride.
+constexpr uint64_t lines_bytes(const Image& img, uint32_t lines) {
+  const uint64_t line = img.format == PIX_BILEVEL && img.bytes_per_line < bilevel_stride(img) ? bilevel_stride(img)
+                                                                                              : img.bytes_per_line;
+  return static_cast<uint64_t>(lines) * line;
+}
+
+// Bytes of the strip the image holds now.
+constexpr uint64_t strip_bytes(const Image& img) { return lines_bytes(img, img.lines_this_strip); }
+
 // Copies a NUL-terminated text into a 128-byte record field, cut to fit.
 void copy_name(char (&field)[PIX_NAME_LENGTH], const char* text) noexcept;
 

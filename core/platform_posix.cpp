@@ -1,6 +1,5 @@
 // Systems without a message box: the stock error handler writes its text to
 // the standard error stream.
-#ifndef _WIN32
 #include <cstdio>
 
 #include "platform.h"
@@ -14,4 +13,3 @@ uint32_t show_error_text(const char* text) {
 }
 
 }  // namespace pix::platform
-#endif

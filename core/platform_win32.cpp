@@ -1,5 +1,4 @@
 // Windows: the stock error handler shows a message box.
-#ifdef _WIN32
 #include <windows.h>
 
 #include "platform.h"
@@ -11,4 +10,3 @@ uint32_t show_error_text(const char* text) {
 }
 
 }  // namespace pix::platform
-#endif

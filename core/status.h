@@ -13,6 +13,17 @@ constexpr uint32_t status(uint32_t module, uint32_t number, uint32_t detail = 0)
 }
 constexpr bool is_error(uint32_t code) { return (code & 0x00FF0000u) != 0; }
 
+// A code with `detail` in its low 16 bits: the offending pixel format, a site
+// number, or the low bits of a size that could not be allocated.
+constexpr uint32_t with_detail(uint32_t code, uint64_t detail) {
+  return code | static_cast<uint32_t>(detail & 0xFFFFu);
+}
+
+// A callee's code passed on with a module byte ORed over it (kept: readers
+// hand on a failed check or allocation this way, so a bare code from below
+// arrives tagged as the image library's).
+constexpr uint32_t tag_module(uint32_t code, uint32_t module = PIX_MOD_IMAGE) { return code | (module << 24); }
+
 // Codes raised by more than one module.
 namespace code {
 inline constexpr uint32_t bad_handle = status(PIX_MOD_IMAGE, PIX_ERR_BAD_HANDLE);

@@ -17,7 +17,7 @@
 #include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
-#include "core/strip.h"
+#include "core/stage.h"
 #include "stream.h"
 
 using namespace pix;
@@ -43,7 +43,7 @@ constexpr uint32_t kPaletteBytes = 4 * PIX_CMAP_ENTRIES;
 constexpr uint64_t kChunkBytes = 64 * 1024;
 
 struct Transfer {
-  strip::Progress progress;
+  stage::Progress progress;
   files::Stream stream;
 };
 struct WriteTransfer : Transfer {
@@ -185,7 +185,7 @@ uint32_t read_header(uint32_t handle, Transfer& t) {
   if (compression != 0) return report(kRead, code::unsupported, "Unrecognized compression type");
   if (uint32_t r = PIX_image_check(handle); is_error(r)) {
     t.stream.discard();
-    t.progress.state = strip::kIdle;
+    t.progress.state = stage::kIdle;
     return report(kRead, r | 0x10000000u, "PIX_image_check failed");
   }
   return 0;
@@ -205,14 +205,14 @@ uint32_t read_bmp(uint32_t handle, uint16_t command) {
     if (!t.stream.open(img->in_filename, "rb")) return report(kRead, code::open_failed, "Failed to open file");
     if (uint32_t r = read_header(handle, t); is_error(r)) return r;
   }
-  if (command == strip::kNext && img->lines_this_strip == 0) return 0;  // the header only: size and format
-  return strip::advance(
+  if (command == stage::kNext && img->lines_this_strip == 0) return 0;  // the header only: size and format
+  return stage::advance(
       t.progress, *img, command, [&] { return read_strip(*img, t.stream.get(), t.progress.lines_done); },
       [&]() -> uint32_t {
         PIX_image_free_data(handle);
         if (uint32_t r = PIX_image_malloc_a_strip(handle); is_error(r)) {
           t.stream.discard();
-          t.progress.state = strip::kIdle;
+          t.progress.state = stage::kIdle;
           return report(kRead, r | 0x10000000u);
         }
         return 0;
@@ -323,7 +323,7 @@ uint32_t begin_file(uint32_t handle, WriteTransfer& t, uint16_t command) {
   // land anywhere in it.  When the first strip covers every row it writes
   // the area itself, in the same order.
   const uint64_t area = file_stride(img->width, eight) * img->height;
-  t.area_pending = command == strip::kNext && img->lines_this_strip >= img->height && area != 0;
+  t.area_pending = command == stage::kNext && img->lines_this_strip >= img->height && area != 0;
   if (!t.area_pending) files::write_zeros(f, static_cast<std::size_t>(area));
   t.progress.state = kHeaderWritten;
   return 0;
@@ -341,7 +341,7 @@ uint32_t write_bmp(uint32_t handle, uint16_t command) {
     t.progress.lines_done = 0;
     if (uint32_t r = begin_file(handle, t, command); is_error(r)) return r;
   }
-  return strip::advance(
+  return stage::advance(
       t.progress, *img, command,
       [&]() -> uint32_t {
         const uint32_t r = write_strip(*img, t.stream.get(), t.progress.lines_done);
@@ -354,7 +354,7 @@ uint32_t write_bmp(uint32_t handle, uint16_t command) {
         }
         return r;
       },
-      strip::Nothing{}, [&] { return finish(t, kWrite); });
+      stage::Nothing{}, [&] { return finish(t, kWrite); });
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 #include "core/image.h"
 #include "core/lifetime.h"
 #include "core/status.h"
-#include "core/strip.h"
+#include "core/stage.h"
 
 using namespace pix;
 namespace k = pix::convert::kernels;
@@ -32,7 +32,7 @@ constexpr uint16_t kFieldsSecondFirst = 5;
 
 // One conversion can be under way at a time, library-wide.
 struct DibTransfer {
-  strip::Progress progress;  // busy (2) once the destination is prepared
+  stage::Progress progress;  // busy (2) once the destination is prepared
 };
 DibTransfer& transfer() noexcept {
   static DibTransfer state;
@@ -211,9 +211,9 @@ uint32_t convert_to_dib(uint32_t in, uint32_t out, uint32_t flags, uint16_t comm
   if (t.progress.idle()) {
     t.progress.lines_done = 0;
     if (uint32_t r = prepare(in, out, flags); is_error(r)) return r;
-    t.progress.state = strip::kBusy;
+    t.progress.state = stage::kBusy;
   }
-  return strip::advance(
+  return stage::advance(
       t.progress, *src, command, [&] { return dib_1_strip(in, out); },
       [&]() -> uint32_t {
         dst->lines_this_strip = src->lines_this_strip;

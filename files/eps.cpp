@@ -15,7 +15,7 @@
 #include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
-#include "core/strip.h"
+#include "core/stage.h"
 #include "stream.h"
 
 using namespace pix;
@@ -63,10 +63,10 @@ class TextSource {
 
 // Library-wide state: one EPS file written and one read at a time.
 struct EpsTransfers {
-  strip::Progress writer;
+  stage::Progress writer;
   files::Stream out;
   std::vector<char> text;  // the writer's line of hexadecimal text
-  strip::Progress reader;
+  stage::Progress reader;
   files::Stream in;
   TextSource source;
   bool at_end = false;  // the hexadecimal reader met the end of the file
@@ -390,7 +390,7 @@ uint32_t stop_reading(uint32_t result) {
   t.in.discard();
   t.source.reset(nullptr);
   t.source.release();
-  t.reader.state = strip::kIdle;
+  t.reader.state = stage::kIdle;
   return result;
 }
 
@@ -472,13 +472,13 @@ PIX_API uint32_t PIX_CALL PIX_write_EPS_file(uint32_t handle, uint16_t command) 
     write_prologue(t.out.get(), img);
     t.writer.state = kPrologueWritten;
   }
-  return strip::advance(t.writer, img, command, [&]() -> uint32_t {
+  return stage::advance(t.writer, img, command, [&]() -> uint32_t {
     write_strip(img);
     if (t.writer.lines_done + img.lines_this_strip >= img.height) {
       std::fprintf(t.out.get(), "showpage\n%%%%EOF\n");
     }
     return 0;
-  }, strip::Nothing{}, finish_writing);
+  }, stage::Nothing{}, finish_writing);
 }
 
 PIX_API uint32_t PIX_CALL PIX_read_EPS_file(uint32_t handle, uint16_t command) {
@@ -488,9 +488,9 @@ PIX_API uint32_t PIX_CALL PIX_read_EPS_file(uint32_t handle, uint16_t command) {
   if (t.reader.idle()) {
     if (uint32_t r = read_header(handle, *img); is_error(r)) return r;
   }
-  if (command == strip::kNext && img->lines_this_strip == 0) return 0;
+  if (command == stage::kNext && img->lines_this_strip == 0) return 0;
   uint64_t strip = 0;
-  return strip::advance(
+  return stage::advance(
       t.reader, *img, command, [&] { return read_strip(*find_image(handle), strip); },
       [&]() -> uint32_t {
         PIX_image_free_data(handle);

@@ -7,7 +7,7 @@
 #include "core/image.h"
 #include "core/lifetime.h"
 #include "core/status.h"
-#include "core/strip.h"
+#include "core/stage.h"
 #include "stream.h"
 
 using namespace pix;
@@ -16,11 +16,11 @@ namespace {
 
 // Library-wide state of the three transfers: one of each at a time.
 struct RawMemoryTransfers {
-  strip::Progress raw;
+  stage::Progress raw;
   files::Stream raw_stream;
-  strip::Progress to_memory;
+  stage::Progress to_memory;
   uint64_t write_offset = 0;  // into the memory image's data
-  strip::Progress from_memory;
+  stage::Progress from_memory;
   uint64_t read_offset = 0;  // into the memory image's data
 };
 RawMemoryTransfers& transfers() noexcept {
@@ -43,8 +43,6 @@ constexpr bool is_16_bit(uint16_t format) {
 constexpr bool raw_writable(uint16_t format) {
   return (format >= PIX_Y8 && format <= 12) || format == PIX_Y16 || format == 15 || format == 100 || format == 108;
 }
-
-uint64_t strip_bytes(const Image& img) { return static_cast<uint64_t>(img.lines_this_strip) * img.bytes_per_line; }
 
 // 16-bit pixels go out least significant byte first whatever the host's order.
 void put_le16_row(FILE* f, const uint8_t* line, uint32_t width) {
@@ -91,15 +89,15 @@ PIX_API uint32_t PIX_CALL PIX_write_raw_data_file(uint32_t handle, uint16_t comm
   if (t.raw.idle()) {
     t.raw.lines_done = 0;
     if (!t.raw_stream.open(img.out_filename, "wb")) return report(kName, code::open_failed, "Failed to create file");
-    t.raw.state = strip::kBusy;
+    t.raw.state = stage::kBusy;
   }
-  return strip::advance(
+  return stage::advance(
       t.raw, img, command,
       [&]() -> uint32_t {
         write_raw_strip(img, t.raw_stream.get());  // kept: the worker's result is not checked
         return 0;
       },
-      strip::Nothing{},
+      stage::Nothing{},
       [&]() -> uint32_t {
         if (!t.raw_stream.close()) return report(kName, code::close_failed, "Failed to close file");
         return 0;
@@ -121,9 +119,9 @@ PIX_API uint32_t PIX_CALL PIX_write_to_memory(uint32_t handle, uint32_t memory_h
     PIX_image_free_data(memory_handle);
     if (uint32_t r = PIX_image_malloc_a_strip(memory_handle); is_error(r)) return r;
     t.write_offset = 0;
-    t.to_memory.state = strip::kBusy;
+    t.to_memory.state = stage::kBusy;
   }
-  return strip::advance(t.to_memory, src, command, [&]() -> uint32_t {
+  return stage::advance(t.to_memory, src, command, [&]() -> uint32_t {
     const Image* mem = find_image(memory_handle);
     if (mem == nullptr) return report(kName, code::bad_handle, "Output image does not exist");
     if (src.data == nullptr || mem->data == nullptr) return report(kName, code::bad_image, "No image data");
@@ -147,11 +145,11 @@ PIX_API uint32_t PIX_CALL PIX_read_from_memory(uint32_t handle, uint32_t receive
     if (uint32_t r = PIX_image_copy_parameters(handle, receiver); is_error(r)) return r;
     if (uint32_t r = check_reported(receiver, kName, "Corrupt output image"); is_error(r)) return r;
     t.read_offset = 0;
-    t.from_memory.state = strip::kBusy;
+    t.from_memory.state = stage::kBusy;
   }
   Image* dst = find_image(receiver);
   if (dst == nullptr) return report(kName, code::bad_handle, "Output image does not exist");
-  return strip::advance(t.from_memory, *dst, command, [&]() -> uint32_t {
+  return stage::advance(t.from_memory, *dst, command, [&]() -> uint32_t {
     PIX_image_free_data(receiver);
     if (uint32_t r = PIX_image_malloc_a_strip(receiver); is_error(r)) return r;
     if (whole.data == nullptr) return report(kName, code::bad_image, "No image data");

@@ -14,7 +14,7 @@
 #include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
-#include "core/strip.h"
+#include "core/stage.h"
 #include "stream.h"
 
 using namespace pix;
@@ -31,10 +31,10 @@ constexpr std::size_t kHeaderBytes = 18;
 
 // Library-wide state: one TGA file read and one written at a time.
 struct TgaTransfers {
-  strip::Progress reader;
+  stage::Progress reader;
   files::Stream in;
   uint8_t file_depth = 0;  // the pixel depth byte of the file being read
-  strip::Progress writer;
+  stage::Progress writer;
   files::Stream out;
   std::vector<uint8_t> row;   // the writer's row buffer
   std::vector<uint8_t> line;  // the reader's line of blue, green, red pixels
@@ -65,7 +65,7 @@ void swap_red_blue(const uint8_t* from, uint8_t* to, std::size_t pixels) {
 uint32_t stop_reading(uint32_t result) {
   TgaTransfers& t = transfers();
   t.in.discard();
-  t.reader.state = strip::kIdle;
+  t.reader.state = stage::kIdle;
   return result;
 }
 
@@ -263,9 +263,9 @@ PIX_API uint32_t PIX_CALL PIX_read_TGA_file(uint32_t handle, uint16_t command) {
   if (uint32_t r = PIX_image_check(handle); is_error(r)) {
     return stop_reading(report(kReader, r | 0x10000000u, "PIX_image_check failed"));
   }
-  if (command == strip::kNext && img->lines_this_strip == 0) return 0;
+  if (command == stage::kNext && img->lines_this_strip == 0) return 0;
   uint64_t strip = 0;
-  return strip::advance(
+  return stage::advance(
       t.reader, *img, command, [&] { return read_strip(handle, strip); },
       [&]() -> uint32_t {
         PIX_image_free_data(handle);
@@ -291,13 +291,13 @@ PIX_API uint32_t PIX_CALL PIX_write_TGA_file(uint32_t handle, uint16_t command) 
   if (t.writer.idle()) {
     if (uint32_t r = write_header(img); is_error(r)) return r;
   }
-  return strip::advance(
+  return stage::advance(
       t.writer, img, command,
       [&]() -> uint32_t {
         write_strip(img);  // kept: the worker's result is not looked at
         return 0;
       },
-      strip::Nothing{}, finish_writing);
+      stage::Nothing{}, finish_writing);
 }
 
 }  // extern "C"

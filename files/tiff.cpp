@@ -12,7 +12,7 @@
 #include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
-#include "core/strip.h"
+#include "core/stage.h"
 #include "stream.h"
 
 using namespace pix;
@@ -97,7 +97,7 @@ void swap_pairs(const uint8_t* from, uint8_t* to, std::size_t samples) {
 // Reader
 
 struct TiffReader {
-  strip::Progress progress;  // idle, or 2 = header taken and the file open
+  stage::Progress progress;  // idle, or 2 = header taken and the file open
   files::Stream stream;
   uint16_t byte_order = 'M';
   // Kept between files: a file without a RowsPerStrip tag uses the previous
@@ -133,7 +133,7 @@ class HeaderReader {
  private:
   uint32_t fail(uint32_t code, const char* message) {
     t_.stream.discard();
-    t_.progress.state = strip::kIdle;
+    t_.progress.state = stage::kIdle;
     return report(kReader, code, message);
   }
   uint32_t entry(uint16_t tag, uint16_t type, uint32_t count);
@@ -185,7 +185,7 @@ uint32_t HeaderReader::run() {
   if (uint32_t r = classify(); is_error(r)) return r;
   if (t_.rows_per_strip == 0 || t_.rows_per_strip == 0xFFFFFFFFu) t_.rows_per_strip = img_.height;
   if (uint32_t r = PIX_image_check(handle_); is_error(r)) return fail(r | 0x10000000u, "PIX_image_check failed");
-  t_.progress.state = strip::kBusy;
+  t_.progress.state = stage::kBusy;
   return 0;
 }
 
@@ -405,7 +405,7 @@ uint32_t read_1_strip(TiffReader& t, uint32_t handle) {
 
 uint32_t finish_read(TiffReader& t) {
   if (t.stream.close()) return 0;
-  t.progress.state = strip::kBusy;  // kept: a failed close leaves the reader open
+  t.progress.state = stage::kBusy;  // kept: a failed close leaves the reader open
   return report(kReader, code::close_failed, "Failed to close file");
 }
 
@@ -413,7 +413,7 @@ uint32_t finish_read(TiffReader& t) {
 // Writer
 
 struct TiffWriter {
-  strip::Progress progress;  // idle, or 2 = header written and the file open
+  stage::Progress progress;  // idle, or 2 = header written and the file open
   files::Stream stream;
   uint32_t line_bytes = 0;  // bytes a line in the file
   std::vector<uint8_t> row;
@@ -551,7 +551,7 @@ uint32_t start_write(TiffWriter& w, uint32_t handle) {
   files::write_bytes(w.stream.get(), header);
   w.line_bytes = static_cast<uint32_t>(
       std::min<uint64_t>(img.format == PIX_Y16 ? 2ull * img.width : counted_line_bytes(img), 0xFFFFFFFFull));
-  w.progress.state = strip::kBusy;
+  w.progress.state = stage::kBusy;
   return 0;
 }
 
@@ -598,19 +598,19 @@ PIX_API uint32_t PIX_CALL PIX_read_TIFF_file(uint32_t handle, uint16_t command) 
     if (uint32_t r = HeaderReader(t, *img, handle).run(); is_error(r)) return r;
     pending = kPendingAfterHeader;
   }
-  if (command == strip::kNext && img->lines_this_strip == 0) return 0;  // the header only
+  if (command == stage::kNext && img->lines_this_strip == 0) return 0;  // the header only
   bool strip_failed = false;
-  const uint32_t r = strip::advance(
+  const uint32_t r = stage::advance(
       t.progress, *img, command,
       [&] {
         const uint32_t s = read_1_strip(t, handle);
         strip_failed = is_error(s);
         return s;
       },
-      strip::Nothing{}, [&] { return finish_read(t); });
+      stage::Nothing{}, [&] { return finish_read(t); });
   if (strip_failed) {
     t.stream.discard();
-    t.progress.state = strip::kIdle;
+    t.progress.state = stage::kIdle;
     return report(kReader, kPendingAfterHeader | pending);
   }
   return r;
@@ -623,8 +623,8 @@ PIX_API uint32_t PIX_CALL PIX_write_TIFF_file(uint32_t handle, uint16_t command)
   }
   Image* img = find_image(handle);
   if (img == nullptr) return report(kWriter, code::bad_handle);
-  return strip::advance(
-      w.progress, *img, command, [&] { return write_1_strip(w, *img); }, strip::Nothing{},
+  return stage::advance(
+      w.progress, *img, command, [&] { return write_1_strip(w, *img); }, stage::Nothing{},
       [&] { return finish_write(w); });
 }
 

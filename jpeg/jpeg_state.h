@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <unordered_map>
 
-#include "core/strip.h"
+#include "core/stage.h"
 
 namespace pix::jpeg {
 
 struct BuildState {
-  strip::Progress progress;  // idle / building, lines appended
+  stage::Progress progress;  // idle / building, lines appended
   std::size_t write_offset = 0;
 };
 

@@ -274,9 +274,9 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_build_image(uint32_t in, uint32_t out, uint16
     PIX_image_free_data(out);
     if (uint32_t r = PIX_JPEG_malloc_data(out); is_error(r)) return r;
     build.write_offset = 0;
-    build.progress.state = strip::kBusy;
+    build.progress.state = stage::kBusy;
   }
-  if (mode == strip::kNext) {
+  if (mode == stage::kNext) {
     Tjpeg& from = *src->jpeg;
     Tjpeg& to = *dst->jpeg;
     const std::size_t n = from.data != nullptr ? from.length : 0;
@@ -289,12 +289,12 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_build_image(uint32_t in, uint32_t out, uint16
     build.write_offset += n;
     build.progress.lines_done += src->lines_this_strip;
     to.length += static_cast<uint32_t>(n);
-    if (src->height <= build.progress.lines_done) mode = strip::kFinish;
+    if (src->height <= build.progress.lines_done) mode = stage::kFinish;
   }
-  if (mode == strip::kFinish) {
+  if (mode == stage::kFinish) {
     dst->jpeg->position = dst->jpeg->data;
     if (uint32_t r = PIX_JPEG_sequence_build(0, out); is_error(r)) return r;
-    build.progress.state = strip::kIdle;
+    build.progress.state = stage::kIdle;
   }
   return 0;
 }

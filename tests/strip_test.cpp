@@ -3,7 +3,7 @@
 #include <tuple>
 #include <vector>
 
-#include "core/strip.h"
+#include "core/stage.h"
 #include "test_support.h"
 
 namespace {
@@ -13,7 +13,7 @@ using namespace pix;
 // "Invert grey": Y8 in, Y8 out, each byte complemented.  A run can be told
 // to fail in its worker from a given strip on.
 struct InvertState {
-  strip::Progress progress;
+  stage::Progress progress;
   std::vector<uint32_t> strip_sizes;  // lines the worker saw, per strip
   int fail_from_strip = -1;
 };
@@ -26,7 +26,7 @@ uint32_t invert_1_strip(uint32_t in, uint32_t out) {
   if (g_invert.fail_from_strip >= 0 && static_cast<int>(g_invert.strip_sizes.size()) >= g_invert.fail_from_strip) {
     return report(kInvertWorker, code::bad_state, "planned failure");
   }
-  if (uint32_t r = strip::begin_worker(src, out, kInvertWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kInvertWorker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   for (uint32_t y = 0; y < src.lines_this_strip; ++y) {
     for (uint32_t x = 0; x < src.width; ++x) dst.data[y * dst.bytes_per_line + x] = ~src.data[y * src.bytes_per_line + x];
@@ -37,13 +37,13 @@ uint32_t invert_1_strip(uint32_t in, uint32_t out) {
 
 uint32_t invert(uint32_t in, uint32_t out, uint16_t command) {
   uint32_t result = 0;
-  Image* src = strip::checked_input(in, kInvert, result);
+  Image* src = stage::checked_input(in, kInvert, result);
   if (src == nullptr) return result;
-  if (src->lines_this_strip == 0) return strip::describe_output(in, out, PIX_Y8, true);
+  if (src->lines_this_strip == 0) return stage::describe_output(in, out, PIX_Y8, true);
   if (src->format != PIX_Y8) return report(kInvert, code::unsupported, "Unsupported image format");
-  return strip::run(
-      g_invert.progress, kInvert, strip::kBusy, in, out, command,
-      [&] { return strip::set_up_output(in, out, PIX_Y8, kInvert, true); }, [&] { return invert_1_strip(in, out); });
+  return stage::run_strips(
+      g_invert.progress, kInvert, stage::kBusy, in, out, command,
+      [&] { return stage::set_up_output(in, out, PIX_Y8, kInvert, true); }, [&] { return invert_1_strip(in, out); });
 }
 
 class StripDriver : public pixtest::LibraryTest {
@@ -160,17 +160,17 @@ TEST(StripAdvance, CountsAgainstTheCountedImageOnly) {
   tPIX_Image img{};
   img.height = 10;
   img.lines_this_strip = 4;
-  strip::Progress progress{strip::kBusy, 0};
+  stage::Progress progress{stage::kBusy, 0};
   std::vector<uint32_t> seen;
   int finished = 0;
   auto work = [&]() -> uint32_t { return seen.push_back(img.lines_this_strip), 0u; };
   auto finish = [&]() -> uint32_t { return ++finished, 0u; };
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(strip::advance(progress, img, PIX_STRIP_NEXT, work, strip::Nothing{}, finish), 0u);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(stage::advance(progress, img, PIX_STRIP_NEXT, work, stage::Nothing{}, finish), 0u);
   EXPECT_EQ(std::make_tuple(seen, finished, progress.idle()), std::make_tuple(std::vector<uint32_t>{4, 4, 2}, 1, true));
   // Lines done beyond the height (the height shrank mid-run) cut to nothing.
-  progress = {strip::kBusy, 12};
+  progress = {stage::kBusy, 12};
   img.lines_this_strip = 4;
-  EXPECT_EQ(strip::advance(progress, img, PIX_STRIP_NEXT, work), 0u);
+  EXPECT_EQ(stage::advance(progress, img, PIX_STRIP_NEXT, work), 0u);
   EXPECT_EQ(std::make_tuple(seen.back(), progress.idle()), std::make_tuple(0u, true));
 }
 

@@ -1,6 +1,6 @@
-#include "strip.h"
+#include "stage.h"
 
-namespace pix::strip {
+namespace pix::stage {
 
 Image* checked_input(uint32_t handle, const char* function, uint32_t& result) {
   result = check_reported(handle, function);
@@ -39,4 +39,4 @@ uint32_t begin_worker(const Image& in, uint32_t out, const char* worker) {
   return PIX_image_malloc_a_strip(out);
 }
 
-}  // namespace pix::strip
+}  // namespace pix::stage
