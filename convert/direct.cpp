@@ -11,6 +11,7 @@
 #include "core/stage.h"
 #include "convert/kernels/direct.h"
 #include "core/image.h"
+#include "core/lines.h"
 #include "core/status.h"
 
 namespace pix::convert {
@@ -125,89 +126,29 @@ uint32_t skip_out(uint16_t target, uint32_t skip) {
   return target == PIX_RGB16 || target == PIX_Y16 ? skip & ~1u : skip;
 }
 
-struct Walk {
-  const uint8_t* in;
-  uint64_t in_size, in_step;
-  unsigned in_bytes;
-  uint8_t* out;
-  uint64_t out_size, out_step;
-  unsigned out_bytes;
-  uint32_t width, lines;
+// The input and output lines of a strip as the member steps them.
+struct Plan {
+  lines::In in;
+  lines::Out out;
 };
-
-// A line that reaches past either strip goes through small buffers, a
-// chunk of pixels at a time: bytes beyond the input read as 0, nothing is
-// written beyond the output, and output bytes a kernel leaves alone keep
-// their values.
-template <class Row>
-void guarded_line(const Walk& w, uint64_t in_at, uint64_t out_at, Row& row) {
-  constexpr uint32_t kChunk = 32;
-  uint8_t in[kChunk * 4], out[kChunk * 4];
-  for (uint32_t x = 0; x < w.width; x += kChunk) {
-    const uint32_t n = std::min(kChunk, w.width - x);
-    const uint64_t i = in_at + static_cast<uint64_t>(x) * w.in_bytes;
-    const uint64_t o = out_at + static_cast<uint64_t>(x) * w.out_bytes;
-    if (o >= w.out_size) return;
-    const std::size_t out_have = static_cast<std::size_t>(std::min<uint64_t>(n * w.out_bytes, w.out_size - o));
-    const std::size_t in_have =
-        i < w.in_size ? static_cast<std::size_t>(std::min<uint64_t>(n * w.in_bytes, w.in_size - i)) : 0;
-    std::memset(in, 0, sizeof in);
-    std::memset(out, 0, sizeof out);
-    if (in_have != 0) std::memcpy(in, w.in + i, in_have);
-    std::memcpy(out, w.out + o, out_have);
-    row(in, out, n);
-    std::memcpy(w.out + o, out, out_have);
-  }
-}
-
-// Runs `row(src, dst, pixels)` over the strip: in one run when the lines
-// follow each other without gaps, else line by line.
-template <class Row>
-void walk(const Walk& w, Row&& row) {
-  if (w.width == 0 || w.lines == 0) return;
-  const uint64_t in_line = static_cast<uint64_t>(w.width) * w.in_bytes;
-  const uint64_t out_line = static_cast<uint64_t>(w.width) * w.out_bytes;
-  if (w.in_step == in_line && w.out_step == out_line && w.lines <= w.in_size / in_line &&
-      w.lines <= w.out_size / out_line) {
-    row(w.in, w.out, static_cast<std::size_t>(in_line / w.in_bytes * w.lines));
-    return;
-  }
-  for (uint32_t y = 0; y < w.lines; ++y) {
-    const uint64_t in_at = y * w.in_step, out_at = y * w.out_step;
-    if (out_at >= w.out_size) return;  // nothing more would land in the output
-    if (in_at + in_line <= w.in_size && out_at + out_line <= w.out_size) {
-      row(w.in + in_at, w.out + out_at, w.width);
-    } else {
-      guarded_line(w, in_at, out_at, row);
-    }
-  }
-}
-
-// Bytes of the current strip as the record describes it.
-uint64_t strip_size(const Image& img) { return static_cast<uint64_t>(img.lines_this_strip) * img.bytes_per_line; }
-
-Walk plan(const Member& m, Direct from, unsigned in_bytes, unsigned out_bytes, const Image& src, const Image& dst) {
-  const uint64_t in_line = static_cast<uint64_t>(src.width) * in_bytes;
-  const uint64_t out_line = static_cast<uint64_t>(src.width) * out_bytes;
-  const uint32_t odd = src.width & 1;
-  uint64_t in_step = in_line, out_step = out_line;
+Plan plan(const Member& m, Direct from, unsigned in_bytes, unsigned out_bytes, const Image& src, const Image& dst) {
+  uint64_t in_step = lines::packed(src, in_bytes), out_step = lines::packed(src, out_bytes);
   switch (m.ends) {
     case Ends::contiguous: break;
     case Ends::odd_width:
       // Kept: the padding of a line is taken to be what the default
       // alignment of 2 gives, whatever the images say.  So a 32-bit source
       // of odd width steps over one byte more than its line holds.
-      in_step += odd * (from == Direct::yuv422 ? 2u : in_bytes >= 3 ? 1u : 0u);
-      out_step += odd;
+      in_step = lines::odd_width(src, in_bytes, from == Direct::yuv422 ? 2u : in_bytes >= 3 ? 1u : 0u);
+      out_step = lines::odd_width(src, out_bytes);
       break;
-    case Ends::cmyk: in_step += odd; break;
+    case Ends::cmyk: in_step = lines::odd_width(src, in_bytes); break;
     case Ends::skip:
       in_step += skip_in(m.outer.target, from, src.skip_bytes);
       out_step += skip_out(m.outer.target, dst.skip_bytes);
       break;
   }
-  return {src.data, strip_size(src), in_step, in_bytes, dst.data, strip_size(dst), out_step, out_bytes,
-          src.width, src.lines_this_strip};
+  return {lines::source(src, in_step), lines::target(dst, out_step)};
 }
 
 uint32_t direct_strip(const Member& m, const Image& src, const Image& dst) {
@@ -227,8 +168,10 @@ uint32_t direct_strip(const Member& m, const Image& src, const Image& dst) {
     if (dst.data_width < 8) return report(m.worker, code::out_of_range, "grayscale data width must be 8 or more");
     shift = std::min(dst.data_width - 8u, 16u);
   }
-  walk(plan(m, from, kernels::direct_bytes(from), kernels::direct_bytes(to), src, dst),
-       [&](const uint8_t* s, uint8_t* d, std::size_t n) { kernel(s, d, n, shift); });
+  const unsigned in_bytes = kernels::direct_bytes(from), out_bytes = kernels::direct_bytes(to);
+  const Plan p = plan(m, from, in_bytes, out_bytes, src, dst);
+  lines::map(p.in, in_bytes, p.out, out_bytes, src.width, src.lines_this_strip,
+             [&](const uint8_t* s, uint8_t* d, std::size_t n) { kernel(s, d, n, shift); });
   return 0;
 }
 
@@ -244,8 +187,9 @@ uint32_t palette_strip(const Member& m, const Image& src, const Image& dst) {
   const kernels::PaletteRow kernel = kernels::palette_row(out);
   const tPIX_Colour* map = src.cmap;
   // A paletted byte has no layout of its own; it steps like a grey byte.
-  walk(plan(m, Direct::y8, 1, out_bytes, src, dst),
-       [&](const uint8_t* s, uint8_t* d, std::size_t n) { kernel(s, d, n, map); });
+  const Plan p = plan(m, Direct::y8, 1, out_bytes, src, dst);
+  lines::map(p.in, 1, p.out, out_bytes, src.width, src.lines_this_strip,
+             [&](const uint8_t* s, uint8_t* d, std::size_t n) { kernel(s, d, n, map); });
   return 0;
 }
 

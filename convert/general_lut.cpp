@@ -8,6 +8,7 @@
 
 #include "convert/kernels/tables.h"
 #include "core/image.h"
+#include "core/lines.h"
 #include "core/status.h"
 
 using namespace pix;
@@ -103,32 +104,39 @@ uint32_t apply_worker(uint32_t in, uint32_t out, uint32_t lut) {
   const GeneralLut* record = general_luts().find(lut);
   if (record == nullptr) return report(kApplyWorker, code::bad_handle);  // destroyed between strips
   const Image* dst = find_image(out);
-  // The strip is one run of width * lines pixels, padding not stepped over;
-  // the run stops at the end of either strip.
-  const uint32_t bytes = src->format == PIX_YUV422 ? 4 : std::max<uint32_t>(pixel_bytes(src->depth), 1);
-  const std::size_t units = src->format == PIX_YUV422 ? std::size_t{src->width / 2} : std::size_t{src->width};
-  const std::size_t held = std::min(static_cast<std::size_t>(src->bytes_per_line) * src->lines_this_strip,
-                                    static_cast<std::size_t>(dst->bytes_per_line) * dst->lines_this_strip);
-  const std::size_t n = std::min(units * src->lines_this_strip, held / bytes);
-  const uint8_t* from = src->data;
-  uint8_t* to = dst->data;
   const bool wide = record->element_size == 2;
-  if (wide != (src->format == PIX_Y16)) return report(kApplyWorker, code::unsupported | 1, "Unsupported image type");
+  if (wide != (src->format == PIX_Y16)) {
+    return report(kApplyWorker, with_detail(code::unsupported, 1), "Unsupported image type");
+  }
+  const kernels::Tables8 t = tables8(*record);
+  const uint16_t* grey16 = record->tables16[0].data();
+  using Row = void (*)(const uint8_t*, uint8_t*, std::size_t, const kernels::Tables8&) noexcept;
+  Row row = nullptr;
   switch (src->format) {
-    case PIX_Y8: kernels::lut_y8(from, to, n, tables8(*record)); break;
-    case PIX_RGB24: kernels::lut_rgb24(from, to, n, tables8(*record)); break;
-    case PIX_RGB15: kernels::lut_rgb15(from, to, n, tables8(*record)); break;
-    case PIX_RGB16: kernels::lut_rgb16(from, to, n, tables8(*record)); break;
-    case PIX_RGB8: kernels::lut_rgb8(from, to, n, tables8(*record)); break;
-    case PIX_Y16: kernels::lut_y16(from, to, n, record->tables16[0].data()); break;
+    case PIX_Y8: row = kernels::lut_y8; break;
+    case PIX_RGB24: row = kernels::lut_rgb24; break;
+    case PIX_RGB15: row = kernels::lut_rgb15; break;
+    case PIX_RGB16: row = kernels::lut_rgb16; break;
+    case PIX_RGB8: row = kernels::lut_rgb8; break;
+    case PIX_Y16: break;
     case PIX_YUV422: {
       const auto& s = record->settings;
-      if (s[3] == 100 && s[4] == 100 && s[5] == 100) kernels::lut_yuv_grey(from, to, n, tables8(*record));
-      else kernels::lut_yuv_rgb(from, to, n, tables8(*record));
+      row = s[3] == 100 && s[4] == 100 && s[5] == 100 ? kernels::lut_yuv_grey : kernels::lut_yuv_rgb;
       break;
     }
-    default: return report(kApplyWorker, code::unsupported | 1, "Unsupported image type");
+    default: return report(kApplyWorker, with_detail(code::unsupported, 1), "Unsupported image type");
   }
+  // The strip is one run of width * lines pixels (YUV: pairs), padding not
+  // stepped over.
+  const bool pairs = src->format == PIX_YUV422;
+  const unsigned bytes = pairs ? 4 : std::max<uint32_t>(pixel_bytes(src->depth), 1);
+  const uint32_t units = pairs ? src->width / 2 : src->width;
+  const uint64_t step = uint64_t{units} * bytes;
+  lines::map(lines::source(*src, step), bytes, lines::target(*dst, step), bytes, units,
+             src->lines_this_strip, [&](const uint8_t* from, uint8_t* to, std::size_t n) {
+               if (row != nullptr) row(from, to, n, t);
+               else kernels::lut_y16(from, to, n, grey16);
+             });
   return 0;
 }
 
@@ -141,10 +149,10 @@ PIX_API uint32_t PIX_CALL PIX_LUT_create(uint32_t entries, uint16_t element_size
   auto& table = general_luts();
   const uint32_t handle = table.free_handle(GeneralLutTable::kSlots - 1);
   if (handle == 0) return report(kName, code::max_handles);
-  if (element_size == 1 && entries > 256) return report(kName, code::bad_parameter | 1, "too many LUT elements");
-  if (element_size == 2 && entries > 65536) return report(kName, code::bad_parameter | 2, "too many LUT elements");
+  if (element_size == 1 && entries > 256) return report(kName, with_detail(code::bad_parameter, 1), "too many LUT elements");
+  if (element_size == 2 && entries > 65536) return report(kName, with_detail(code::bad_parameter, 2), "too many LUT elements");
   if (element_size != 1 && element_size != 2) {
-    return report(kName, code::bad_parameter | 3, "element size must be 1 or 2 bytes");
+    return report(kName, with_detail(code::bad_parameter, 3), "element size must be 1 or 2 bytes");
   }
   try {
     auto lut = std::make_unique<GeneralLut>();
@@ -200,24 +208,19 @@ PIX_API uint32_t PIX_CALL PIX_LUT_generate(uint32_t lut, int16_t brightness, int
 }
 
 PIX_API uint32_t PIX_CALL PIX_LUT_apply(uint32_t in, uint32_t out, uint32_t lut, uint16_t command) {
-  uint32_t result = 0;
-  const Image* src = stage::checked_input(in, kApply, result);
-  if (src == nullptr) return result;
-  if (src->lines_this_strip == 0) {
-    PIX_image_copy(in, out);
-    return 0;
-  }
-  const GeneralLut* record = general_luts().find(lut);
-  if (record == nullptr) return report(kApply, code::bad_handle);
-  if (!accepts(*record, src->format)) {
-    return report(kApply, code::unsupported | src->format, "Unsupported image format");
-  }
-  return stage::run_strips(
-      general_luts().apply, kApply, stage::kBusy, in, out, command,
-      [&]() -> uint32_t {
-        // The output keeps the input's format (and its flags).
-        if (uint32_t r = PIX_image_copy_parameters(in, out); is_error(r)) return r;
-        return check_reported(out, kApply);
+  // The output keeps the input's format (and its flags); an input without
+  // lines is copied whole.  The table may be applied in place.
+  static constexpr stage::Stage kStage{.name = kApply, .target = 0, .same = stage::Copy::none,
+                                       .empty = stage::Copy::copy_then_0, .in_place = true};
+  return stage::run(
+      kStage, general_luts().apply, in, out, command,
+      [lut](const Image& src) -> uint32_t {
+        const GeneralLut* record = general_luts().find(lut);
+        if (record == nullptr) return report(kApply, code::bad_handle);
+        if (!accepts(*record, src.format)) {
+          return report(kApply, with_detail(code::unsupported, src.format), "Unsupported image format");
+        }
+        return 0;
       },
       [&] { return apply_worker(in, out, lut); });
 }

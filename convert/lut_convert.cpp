@@ -6,6 +6,7 @@
 #include <array>
 
 #include "convert/conversion_tables.h"
+#include "core/lines.h"
 #include "core/stage.h"
 #include "convert/kernels/tables.h"
 
@@ -62,10 +63,11 @@ LutConverterState& lut_converters() noexcept {
   return state;
 }
 
-// Pixels a strip of `img` holds at `bytes` a pixel (the line padding
-// counted as pixels, since these workers walk a strip contiguously).
-std::size_t strip_pixels(const Image& img, uint32_t bytes) {
-  return static_cast<std::size_t>(img.bytes_per_line) * img.lines_this_strip / bytes;
+// These workers walk a strip as one run of width * lines pixels, the line
+// padding counted as pixels.
+lines::In packed_in(const Image& src, unsigned bytes) { return lines::source(src, lines::packed(src, bytes)); }
+lines::Out packed_out(const Image& src, const Image& dst, unsigned bytes) {
+  return lines::target(dst, lines::packed(src, bytes));
 }
 
 uint32_t accept_yuv422(const Image& src, const char* function) {
@@ -80,11 +82,10 @@ uint32_t yuv_lut_worker(const YuvLutConverter& c, uint32_t in, uint32_t out) {
   // A table destroyed between two strips is made again.
   if (uint32_t r = require_table(c.table, in); is_error(r)) return r;
   const Image* dst = find_image(out);
-  // Lines are walked contiguously, without stepping over padding; the run
-  // stops at the end of either strip.
-  const std::size_t pairs = std::min({static_cast<std::size_t>(src->width / 2) * src->lines_this_strip,
-                                      strip_pixels(*src, 4), strip_pixels(*dst, c.out_bytes) / 2});
-  kernels::yuv_lut_row(c.out)(src->data, dst->data, pairs, conversion_tables().of_type(c.table).bytes.get());
+  const auto row = kernels::yuv_lut_row(c.out);
+  const uint8_t* table = conversion_tables().of_type(c.table).bytes.get();
+  lines::map(packed_in(*src, 2), 4, packed_out(*src, *dst, c.out_bytes), 2 * c.out_bytes, src->width / 2,
+             src->lines_this_strip, [&](const uint8_t* s, uint8_t* d, std::size_t pairs) { row(s, d, pairs, table); });
   return 0;
 }
 
@@ -101,26 +102,17 @@ uint32_t run_yuv_lut(YuvLut which, uint32_t in, uint32_t out, uint16_t command) 
       [&] { return yuv_lut_worker(c, in, out); }, [&] { return require_table(c.table, in); });
 }
 
-// The paletted converter differs before the strip protocol: a source
+// The paletted converter has no copy of a paletted source; a source
 // without lines is copied whole and the copy marked paletted.
+constexpr stage::Stage kYuvToPaletted{.name = "PIX_YUV422_to_paletted_LUT", .target = PIX_PALETTED,
+                                      .same = SameFormat::none, .empty = stage::Copy::copy};
+
 uint32_t run_yuv_to_paletted(uint32_t in, uint32_t out, uint16_t command) {
   const YuvLutConverter& c = kYuvLut[kPaletted];
-  uint32_t result = 0;
-  const Image* src = stage::checked_input(in, c.desc.name, result);
-  if (src == nullptr) return result;
-  if (src->lines_this_strip == 0) {
-    if (result = PIX_image_copy(in, out); is_error(result)) return result;
-    PIX_image_set_parameter(out, PIX_IMAGE_FORMAT, PIX_PALETTED);
-    return 0;
-  }
-  if (uint32_t r = accept_yuv422(*src, c.desc.name); is_error(r)) return r;
-  return stage::run_strips(
-      lut_converters().yuv[kPaletted], c.desc.name, c.desc.busy, in, out, command,
-      [&]() -> uint32_t {
-        if (uint32_t r = stage::set_up_output(in, out, PIX_PALETTED, c.desc.name); is_error(r)) return r;
-        return require_table(c.table, in);  // from the source's colour map
-      },
-      [&] { return yuv_lut_worker(c, in, out); });
+  return stage::run(
+      kYuvToPaletted, lut_converters().yuv[kPaletted], in, out, command,
+      [&](const Image& src) { return accept_yuv422(src, c.desc.name); }, [&] { return yuv_lut_worker(c, in, out); },
+      [&] { return require_table(c.table, in); });  // from the source's colour map
 }
 
 // The closest-colour table of a source format, 0 for none.
@@ -141,17 +133,15 @@ uint32_t to_paletted_worker(uint32_t in, uint32_t out) {
   if (uint32_t r = require_table(type, in); is_error(r)) return r;
   const Image* dst = find_image(out);
   const ConversionTable& table = conversion_tables().of_type(type);
-  const uint32_t in_bytes = src->format == PIX_Y8 ? 1 : 2;
-  const std::size_t pixels = std::min({static_cast<std::size_t>(src->width) * src->lines_this_strip,
-                                       strip_pixels(*src, in_bytes), strip_pixels(*dst, 1)});
-  if (in_bytes == 1) {
-    kernels::paletted_from_bytes(src->data, dst->data, pixels, table.bytes.get());
-  } else {
-    // Every table size is a power of two; a Y16 table kept from a narrower
-    // data width is not read beyond its end.
-    kernels::paletted_from_words(src->data, dst->data, pixels, table.bytes.get(),
-                                 static_cast<uint32_t>(table.size - 1));
-  }
+  const unsigned in_bytes = src->format == PIX_Y8 ? 1 : 2;
+  // Every table size is a power of two; a Y16 table kept from a narrower
+  // data width is not read beyond its end.
+  const auto last = static_cast<uint32_t>(table.size - 1);
+  lines::map(packed_in(*src, in_bytes), in_bytes, packed_out(*src, *dst, 1), 1, src->width, src->lines_this_strip,
+             [&](const uint8_t* s, uint8_t* d, std::size_t n) {
+               if (in_bytes == 1) kernels::paletted_from_bytes(s, d, n, table.bytes.get());
+               else kernels::paletted_from_words(s, d, n, table.bytes.get(), last);
+             });
   return 0;
 }
 

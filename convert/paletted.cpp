@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "cmap.h"
+#include "core/lines.h"
 #include "core/stage.h"
 #include "core/image.h"
 #include "core/status.h"
@@ -51,30 +52,6 @@ uint32_t index_bits(const kernels::CellBits& b, bool colour) {
   return colour ? uint32_t{b.red} + b.green + b.blue : uint32_t{b.grey};
 }
 
-// One run of lines as a worker walks it: `stride` bytes from line to line
-// and `line_bytes` bytes of pixels in each, inside a buffer of
-// `buffer_bytes`.  The walk's stride may exceed the image's true line length
-// (odd widths step over one byte more than a line of alignment 1 holds), so
-// a line that would run past the buffer is cut at its end.
-struct LineWalk {
-  const uint8_t* base;
-  std::size_t stride, line_bytes, buffer_bytes, pixel_bytes;
-  std::size_t pixels(uint32_t line) const {
-    const std::size_t start = line * stride;
-    if (start >= buffer_bytes) return 0;
-    return std::min(line_bytes, buffer_bytes - start) / pixel_bytes;
-  }
-  std::size_t offset(uint32_t line) const { return line * stride; }
-};
-
-std::size_t strip_bytes(const Image& img) { return std::size_t{img.lines_this_strip} * img.bytes_per_line; }
-
-// The library's odd-width stepping: one byte more at each line end, as for
-// the default line alignment of 2, whatever the image's own padding.
-std::size_t odd_width_stride(const Image& img, std::size_t pixel_bytes) {
-  return pixel_bytes * img.width + (img.width & 1u);
-}
-
 // ---------------------------------------------------------------------------
 // Colour-map generation
 // ---------------------------------------------------------------------------
@@ -103,18 +80,15 @@ uint32_t generate_1_strip(Image& img) {
   if (cell_count > PIX_CMAP_CELLS) return report(kGenerateWorker, code::internal, kArrayOverflow);
 
   std::array<uint32_t, PIX_CMAP_CELLS> counts{};
-  const std::size_t pixel_bytes = colour ? 3 : (img.format == PIX_Y16 ? 2 : 1);
+  const unsigned pixel_bytes = colour ? 3 : (img.format == PIX_Y16 ? 2 : 1);
   // Y8 and RGB24 lines step over one more byte at odd widths; Y16 lines do not.
-  const LineWalk walk{img.data, img.format == PIX_Y16 ? pixel_bytes * img.width : odd_width_stride(img, pixel_bytes),
-                      pixel_bytes * img.width, strip_bytes(img), pixel_bytes};
-  for (uint32_t y = 0; y < img.lines_this_strip; ++y) {
-    const std::size_t n = walk.pixels(y);
-    if (n == 0) continue;
-    const uint8_t* line = walk.base + walk.offset(y);
+  const lines::In strip = lines::source(
+      img, img.format == PIX_Y16 ? lines::packed(img, pixel_bytes) : lines::odd_width(img, pixel_bytes));
+  lines::scan(strip, pixel_bytes, img.width, img.lines_this_strip, [&](const uint8_t* line, std::size_t n) {
     if (colour) kernels::count_colour_cells(line, n, bits, counts.data());
     else if (img.format == PIX_Y16) kernels::count_y16_cells(line, n, img.data_width, bits.grey, counts.data());
     else kernels::count_grey_cells(line, n, bits.grey, counts.data());
-  }
+  });
   for (uint32_t i = 0; i < cell_count; ++i) info.cells[i].occurrences += counts[i];
   return 0;
 }
@@ -145,7 +119,7 @@ uint32_t histogram_to_cmap(Image& img) {
   if (img.cmap == nullptr) return report(kHistogram, code::bad_state, "Colourmap is NULL");
   tPIX_Cmap_info& info = *img.cmap_info;
   const kernels::CellBits bits = cell_bits(info);
-  if (!bits_fit(bits)) return report(kHistogram, code::internal | 1, kTooManyBits);
+  if (!bits_fit(bits)) return report(kHistogram, with_detail(code::internal, 1), kTooManyBits);
   const bool colour = img.format == PIX_RGB24;
   const std::size_t cells = std::min<uint32_t>(info.cube_size, PIX_CMAP_CELLS);
   const uint32_t first = static_cast<uint16_t>(img.cmap_size - info.entries_generated);  // the old map size
@@ -209,19 +183,14 @@ uint32_t to_paletted_1_strip(uint32_t in, uint32_t out) {
     }
   }
   const uint32_t used = src.cmap == nullptr ? 0 : std::min<uint32_t>(src.cmap_size, PIX_CMAP_ENTRIES);
-  const std::size_t pixel_bytes = colour ? 3 : 1;
+  const unsigned pixel_bytes = colour ? 3 : 1;
   // Odd widths step over one byte more of input and output at each line end.
-  const LineWalk from{src.data, odd_width_stride(src, pixel_bytes), pixel_bytes * src.width, strip_bytes(src),
-                      pixel_bytes};
-  const LineWalk to{dst.data, odd_width_stride(src, 1), src.width, strip_bytes(dst), 1};
-  for (uint32_t y = 0; y < src.lines_this_strip; ++y) {
-    const std::size_t n = std::min(from.pixels(y), to.pixels(y));
-    if (n == 0) continue;
-    const uint8_t* s = from.base + from.offset(y);
-    uint8_t* d = dst.data + to.offset(y);
-    if (colour) kernels::paletted_from_rgb24(s, d, n, bits, entry_of_cell.data(), src.cmap, used);
-    else kernels::paletted_from_y8(s, d, n, index_of_grey.data());
-  }
+  lines::map(lines::source(src, lines::odd_width(src, pixel_bytes)), pixel_bytes,
+             lines::target(dst, lines::odd_width(src, 1)), 1, src.width, src.lines_this_strip,
+             [&](const uint8_t* s, uint8_t* d, std::size_t n) {
+               if (colour) kernels::paletted_from_rgb24(s, d, n, bits, entry_of_cell.data(), src.cmap, used);
+               else kernels::paletted_from_y8(s, d, n, index_of_grey.data());
+             });
   return 0;
 }
 
@@ -237,20 +206,17 @@ uint32_t give_cube_map(uint32_t out) {
 
 // Lines of `width` pixels stepping over each image's padding.
 template <class Row>
-void padded_lines(const Image& src, const Image& dst, Row&& row) {
-  const uint8_t* s = src.data;
-  uint8_t* d = dst.data;
-  for (uint32_t y = 0; y < src.lines_this_strip; ++y, s += src.bytes_per_line, d += dst.bytes_per_line) {
-    row(s, d, src.width);
-  }
+void padded_lines(const Image& src, unsigned in_bytes, const Image& dst, Row&& row, lines::Rows rows = {}) {
+  lines::map(lines::source(src, lines::padded(src)), in_bytes, lines::target(dst, lines::padded(dst)), 1, src.width,
+             src.lines_this_strip, row, rows);
 }
 
 uint32_t rgb8_1_strip(uint32_t in, uint32_t out) {
   const Image& src = *find_image(in);
   if (uint32_t r = stage::begin_worker(src, out, kRgb8Worker); is_error(r)) return r;
   const Image& dst = *find_image(out);
-  if (src.format == PIX_RGB24) padded_lines(src, dst, kernels::rgb8_from_rgb24);
-  else if (src.format == PIX_Y8) padded_lines(src, dst, kernels::rgb8_from_y8);
+  if (src.format == PIX_RGB24) padded_lines(src, 3, dst, kernels::rgb8_from_rgb24);
+  else if (src.format == PIX_Y8) padded_lines(src, 1, dst, kernels::rgb8_from_y8);
   else return unsupported_format(kRgb8Worker);
   return 0;
 }
@@ -259,7 +225,8 @@ uint32_t dither_1_strip(uint32_t in, uint32_t out) {
   const Image& src = *find_image(in);
   if (uint32_t r = stage::begin_worker(src, out, kDitherWorker); is_error(r)) return r;
   if (src.format != PIX_RGB24) return unsupported_format(kDitherWorker);
-  padded_lines(src, *find_image(out), kernels::rgb8_dither_row);
+  // The dither's groups of three start afresh at every line.
+  padded_lines(src, 3, *find_image(out), kernels::rgb8_dither_row, {.merge = false, .group = 3});
   return 0;
 }
 

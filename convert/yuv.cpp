@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/lines.h"
 #include "core/stage.h"
 #include "convert/kernels/yuv.h"
 #include "convert/pixel_math.h"
@@ -74,15 +75,12 @@ uint32_t accept_yuv422(const Image& src, const char* function) {
   return 0;
 }
 
-// Decoders walk the strip as one contiguous run of width * lines pixels,
-// padding included (kept: the bytes land where applications expect them).
-// The run stops where either buffer ends, which it only can when a record
-// was changed in the middle of a conversion.
-std::size_t contiguous_pairs(const Image& src, const Image& dst, uint32_t out_bytes) {
-  const uint64_t pairs = static_cast<uint64_t>(src.width / 2) * src.lines_this_strip;
-  const uint64_t in_room = static_cast<uint64_t>(src.lines_this_strip) * src.bytes_per_line / 4;
-  const uint64_t out_room = static_cast<uint64_t>(dst.lines_this_strip) * dst.bytes_per_line / (2 * out_bytes);
-  return static_cast<std::size_t>(std::min({pairs, in_room, out_room}));
+// Decoders walk the strip as one run of width * lines pixels, padding
+// included (kept: the bytes land where applications expect them), a pair of
+// pixels at a time.
+lines::In packed_pairs(const Image& src) { return lines::source(src, lines::packed(src, 2)); }
+lines::Out packed_pairs_out(const Image& src, const Image& dst, uint32_t out_bytes) {
+  return lines::target(dst, lines::packed(src, out_bytes));
 }
 
 void hsi_pixel(uint8_t* d, uint8_t y, const Chroma& c, uint16_t table_hue) {
@@ -110,15 +108,18 @@ uint32_t decode_1_strip(const Decoder& d, uint32_t in, uint32_t out) {
   const Image& src = *find_image(in);
   if (uint32_t r = stage::begin_worker(src, out, d.worker); is_error(r)) return r;
   const Image& dst = *find_image(out);
-  const std::size_t pairs = contiguous_pairs(src, dst, d.out_bytes);
-  if (pairs == 0) return 0;
+  const lines::In from = packed_pairs(src);
+  const lines::Out to = packed_pairs_out(src, dst, d.out_bytes);
+  const uint32_t pair_out = 2 * d.out_bytes;
   if (d.outer.target == PIX_HSI) {
     // The table is built at set-up; rebuilt here only if it was destroyed
     // in the middle of a run.
     if (uint32_t r = process::ensure_hue_table(); is_error(r)) return r;
-    hsi_row(src.data, dst.data, pairs, process::hue_table());
+    const uint16_t* hue = process::hue_table();
+    lines::map(from, 4, to, pair_out, src.width / 2, src.lines_this_strip,
+               [hue](const uint8_t* s, uint8_t* t, std::size_t n) { hsi_row(s, t, n, hue); });
   } else {
-    kernels::yuv422_row(d.layout)(src.data, dst.data, pairs);
+    lines::map(from, 4, to, pair_out, src.width / 2, src.lines_this_strip, kernels::yuv422_row(d.layout));
   }
   return 0;
 }
@@ -190,20 +191,15 @@ uint32_t encode_1_strip(uint32_t in, uint32_t out) {
     return report(kToYuv422Worker, code::bad_state, "Colourmap is NULL");
   }
   const Image& dst = *find_image(out);
-  // Bounded by both lines, which only differ when a record was changed in
-  // the middle of a conversion.
-  const std::size_t pairs = std::min({src.width / 2, src.bytes_per_line / (2 * s.bytes), dst.bytes_per_line / 4});
-  const uint32_t lines = std::min(src.lines_this_strip, dst.lines_this_strip);
   const auto row = kernels::encode_row(s.layout);
-  for (uint32_t y = 0; y < lines && pairs > 0; ++y) {
-    const uint8_t* from = src.data + static_cast<std::size_t>(y) * src.bytes_per_line;
-    uint8_t* to = dst.data + static_cast<std::size_t>(y) * dst.bytes_per_line;
-    if (src.format == PIX_PALETTED) {
-      encode_paletted(from, to, pairs, src.cmap);
-    } else {
-      row(from, to, pairs);
-    }
-  }
+  lines::map(lines::source(src, lines::padded(src)), 2 * s.bytes, lines::target(dst, lines::padded(dst)), 4,
+             src.width / 2, src.lines_this_strip, [&](const uint8_t* from, uint8_t* to, std::size_t pairs) {
+               if (src.format == PIX_PALETTED) {
+                 encode_paletted(from, to, pairs, src.cmap);
+               } else {
+                 row(from, to, pairs);
+               }
+             });
   return 0;
 }
 

@@ -38,7 +38,7 @@ PIX_API uint32_t PIX_CALL PIX_image_malloc_a_strip(uint32_t handle) {
   const uint64_t size = strip_bytes(*img);
   // A size beyond 32 bits is refused rather than wrapped to a small block.
   void* block = size <= 0xFFFFFFFFull ? memory::allocate(static_cast<std::size_t>(size)) : nullptr;
-  if (block == nullptr) return report(kName, code::out_of_memory | static_cast<uint32_t>(size & 0xFFFF));
+  if (block == nullptr) return report(kName, with_detail(code::out_of_memory, size));
   img->data = static_cast<uint8_t*>(block);
   return 0;
 }

@@ -17,7 +17,9 @@ void take_line_align(uint32_t in, uint32_t out) {
 
 uint32_t describe_output(uint32_t in, uint32_t out, uint16_t format, bool take_out_line_align) {
   if (uint32_t r = PIX_image_copy_parameters(in, out); is_error(r)) return r;
-  if (uint32_t r = PIX_image_set_parameter(out, PIX_IMAGE_FORMAT, format); is_error(r)) return r;
+  if (format != 0) {
+    if (uint32_t r = PIX_image_set_parameter(out, PIX_IMAGE_FORMAT, format); is_error(r)) return r;
+  }
   if (take_out_line_align) take_line_align(in, out);
   return 0;
 }

@@ -101,21 +101,25 @@ uint32_t start(Progress& progress, uint16_t busy, Begin&& begin) {
 // ---------------------------------------------------------------------------
 // The one-input/one-output skeleton.
 
-enum class SameFormat {
-  none,         // no copy path: the format test decides
-  copy,         // an input already in the target format is copied; the copy's code is returned
+// Where a whole call is a copy of the input (PIX_image_copy).
+enum class Copy {
+  none,         // no copy on this path
+  copy,         // copied; the copy's code is returned
   copy_then_0,  // copied, and 0 returned whatever the copy said
 };
+using SameFormat = Copy;
 
 // What distinguishes one strip-wise function from another in the skeleton.
 struct Stage {
   const char* name;                 // the outer function's name for reports
-  uint16_t target;                  // output format
+  uint16_t target;                  // output format (0: the output keeps the input's)
   bool out_line_align = false;      // the output takes the input's out_line_align when non-zero
-  SameFormat same = SameFormat::copy;
-  bool describes = true;            // an input without lines only describes the output
-  uint16_t described_as = 0;        // the format given on that path (0: the target)
+  Copy same = Copy::copy;           // an input already in the target format
+  bool describes = true;            // an input without lines only describes the output ...
+  Copy empty = Copy::none;          // ... or, when set, is copied whole and given the target format
+  uint16_t described_as = 0;        // the format given on the description path (0: the target)
   uint16_t busy = kBusy;            // progress value while a run is under way
+  bool in_place = false;            // input and output may be one image (the worker maps the strip where it lies)
 };
 
 // Step 1: the input passes the image check, else the check's code is
@@ -123,7 +127,7 @@ struct Stage {
 Image* checked_input(uint32_t handle, const char* function, uint32_t& result);
 
 // Step 2: an input without data only describes the output: parameters
-// copied, format set (and the line alignment taken from the input's
+// copied, format set unless 0 (and the line alignment taken from the input's
 // out_line_align when asked).  Progress is not touched.
 uint32_t describe_output(uint32_t in, uint32_t out, uint16_t format, bool take_out_line_align = false);
 
@@ -173,6 +177,12 @@ uint32_t run(const Stage& s, Progress& progress, uint32_t in, uint32_t out, uint
   uint32_t result = 0;
   const Image* src = checked_input(in, s.name, result);
   if (src == nullptr) return result;
+  if (src->lines_this_strip == 0 && s.empty != Copy::none) {
+    result = PIX_image_copy(in, out);
+    if (is_error(result) && s.empty == Copy::copy) return result;
+    if (s.target != 0) PIX_image_set_parameter(out, PIX_IMAGE_FORMAT, s.target);
+    return 0;
+  }
   if (s.describes && src->lines_this_strip == 0) {
     result = describe_output(in, out, s.described_as != 0 ? s.described_as : s.target, s.out_line_align);
     return is_error(result) ? result : 0;
@@ -184,7 +194,9 @@ uint32_t run(const Stage& s, Progress& progress, uint32_t in, uint32_t out, uint
   if (uint32_t r = accept(*src); is_error(r)) return r;
   // The output's strip is replaced before the input is read: one image
   // cannot be both (refused before anything is set up).
-  if (find_image(out) == src) return report(s.name, code::param_conflict, "Input and output must be different images");
+  if (!s.in_place && find_image(out) == src) {
+    return report(s.name, code::param_conflict, "Input and output must be different images");
+  }
   return run_strips(
       progress, s.name, s.busy, in, out, command,
       [&]() -> uint32_t {

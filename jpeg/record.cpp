@@ -91,7 +91,7 @@ Tjpeg* record_of(uint32_t handle, const char* function, uint32_t& result, const 
 // is released first (the callers keep a locked image's buffer before this).
 uint32_t attach_buffer(Image& img, uint64_t size, const char* function) {
   if (size > 0xFFFFFFFFull || !attach_new_buffer(*img.jpeg, static_cast<std::size_t>(size))) {
-    return report(function, code::out_of_memory | static_cast<uint32_t>(size & 0xFFFF));
+    return report(function, with_detail(code::out_of_memory, size));
   }
   return 0;
 }
@@ -283,7 +283,7 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_build_image(uint32_t in, uint32_t out, uint16
     // The buffer was sized for the whole image; strips that compress to more
     // than that grow it rather than run past its end.
     if (!ensure_capacity(to, build.write_offset + n)) {
-      return report(kName, code::out_of_memory | static_cast<uint32_t>((build.write_offset + n) & 0xFFFF));
+      return report(kName, with_detail(code::out_of_memory, build.write_offset + n));
     }
     if (n != 0) std::memcpy(to.data + build.write_offset, from.data, n);
     build.write_offset += n;

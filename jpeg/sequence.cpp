@@ -26,7 +26,7 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_sequence_build(uint32_t source, uint32_t sequ
     to.data = nullptr;  // detached: the new buffer is attached without releasing it
     if (!attach_new_buffer(to, length)) {
       to.data = old;
-      return report(kName, code::out_of_memory | (length & 0xFFFF));
+      return report(kName, with_detail(code::out_of_memory, length));
     }
     if (length != 0 && old != nullptr) std::memcpy(to.data, old, length);
     memory::release(old);
@@ -39,7 +39,7 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_sequence_build(uint32_t source, uint32_t sequ
   const std::size_t marker = to.length != 0 ? 2 : 0;
   const std::size_t n = from.data != nullptr ? from.length : 0;
   if (to.data == nullptr || !ensure_capacity(to, to.length + marker + n)) {
-    return report(kName, code::out_of_memory | ((to.length + marker + n) & 0xFFFF));
+    return report(kName, with_detail(code::out_of_memory, to.length + marker + n));
   }
   uint8_t* write = to.data + to.length;
   if (marker != 0) {
