@@ -256,10 +256,9 @@ PIX_API uint32_t PIX_CALL PIX_cmap_generate(uint32_t handle, uint16_t entries, u
     return unsupported_format(kGenerate);
   }
   stage::Progress& progress = paletted_state().generate;
-  if (progress.idle()) {
-    progress.lines_done = 0;
-    if (uint32_t r = start_generation(*img, entries); is_error(r)) return r;
-    progress.state = stage::kBusy;
+  if (uint32_t r = stage::start(progress, stage::kBusy, [&] { return start_generation(*img, entries); });
+      is_error(r)) {
+    return r;
   }
   // The map is made when the run ends, by its last strip or by command 4.
   return stage::advance(

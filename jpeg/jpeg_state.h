@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <unordered_map>
 
 #include "core/stage.h"
@@ -20,13 +21,26 @@ struct OwnedBuffer {
   std::size_t capacity = 0;
 };
 
+// Tables the codec derives from a record's own (lookup tables, scaled
+// quantisers); it keeps them beside the record and rebuilds them when stale.
+struct Derived {
+  virtual ~Derived() = default;
+};
+
+// What the library keeps beside a record, whose layout applications see
+// and which therefore has no room of its own.
+struct RecordExtras {
+  // The buffer the record got from this library, so that appending never
+  // runs past its end.  A record whose data pointer no longer matches (a
+  // caller's own buffer set through the pointer interface) has none, and its
+  // buffer is taken to be large enough, as the caller promised.
+  OwnedBuffer buffer;
+  std::unique_ptr<Derived> derived;
+};
+
 struct JpegState {
   BuildState build;
-  // The buffer each record got from this library, so that appending never
-  // runs past its end.  A record whose data pointer no longer matches (a
-  // caller's own buffer set through the pointer interface) is not listed and
-  // its buffer is taken to be large enough, as the caller promised.
-  std::unordered_map<const Tjpeg*, OwnedBuffer> buffers;
+  std::unordered_map<const Tjpeg*, RecordExtras> extras;
 };
 
 JpegState& jpeg_state() noexcept;
@@ -43,8 +57,12 @@ bool attach_new_buffer(Tjpeg& record, std::size_t bytes);
 // Frees the record's buffer and forgets it; data becomes null.
 void release_data(Tjpeg& record) noexcept;
 
-// Forgets a record that is about to be freed.
-void forget(const Tjpeg& record) noexcept;
+// The extras of a record, null when it has none.
+RecordExtras* extras_of(const Tjpeg& record) noexcept;
+
+// Releases everything kept beside a record that is about to be freed: the
+// one path by which extras end.
+void release_extras(const Tjpeg& record) noexcept;
 
 // Makes room for at least `bytes` in the record's buffer, keeping its
 // contents and the position's offset; false when memory runs out.  Only

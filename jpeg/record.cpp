@@ -18,17 +18,23 @@ JpegState& jpeg_state() noexcept {
   return state;
 }
 
+RecordExtras* extras_of(const Tjpeg& record) noexcept {
+  auto& extras = jpeg_state().extras;
+  const auto it = extras.find(&record);
+  return it != extras.end() ? &it->second : nullptr;
+}
+
 std::size_t capacity_of(const Tjpeg& record) noexcept {
-  const auto& buffers = jpeg_state().buffers;
-  const auto it = buffers.find(&record);
-  return it != buffers.end() && it->second.data == record.data ? it->second.capacity : 0;
+  const RecordExtras* e = extras_of(record);
+  return e != nullptr && e->buffer.data == record.data ? e->buffer.capacity : 0;
 }
 
 bool attach_new_buffer(Tjpeg& record, std::size_t bytes) {
   auto* data = static_cast<uint8_t*>(memory::allocate(bytes));
   if (data == nullptr) return false;
+  RecordExtras* e = nullptr;
   try {
-    jpeg_state().buffers.try_emplace(&record);  // may throw: before anything changes
+    e = &jpeg_state().extras[&record];  // may throw: before anything changes
   } catch (...) {
     memory::release(data);
     return false;
@@ -41,17 +47,17 @@ bool attach_new_buffer(Tjpeg& record, std::size_t bytes) {
     release_data(record);
   }
   record.data = data;
-  jpeg_state().buffers[&record] = {data, bytes};
+  e->buffer = {data, bytes};
   return true;
 }
 
 void release_data(Tjpeg& record) noexcept {
   memory::release(record.data);
   record.data = nullptr;
-  jpeg_state().buffers.erase(&record);
+  if (RecordExtras* e = extras_of(record)) e->buffer = {};
 }
 
-void forget(const Tjpeg& record) noexcept { jpeg_state().buffers.erase(&record); }
+void release_extras(const Tjpeg& record) noexcept { jpeg_state().extras.erase(&record); }
 
 bool ensure_capacity(Tjpeg& record, std::size_t bytes) {
   const std::size_t capacity = capacity_of(record);
@@ -61,7 +67,7 @@ bool ensure_capacity(Tjpeg& record, std::size_t bytes) {
   if (grown == nullptr) return false;
   record.data = grown;
   if (position >= 0) record.position = grown + position;
-  jpeg_state().buffers[&record] = {grown, bytes};
+  extras_of(record)->buffer = {grown, bytes};  // capacity_of found the extras
   return true;
 }
 
@@ -201,7 +207,7 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_destroy_Tjpeg(uint32_t handle) {
   Image* img = find_image(handle);
   if (img == nullptr || img->jpeg == nullptr) return 0;
   if (img->jpeg->data != nullptr) PIX_JPEG_free_data(handle);
-  forget(*img->jpeg);
+  release_extras(*img->jpeg);
   memory::release(img->jpeg);
   img->jpeg = nullptr;  // never leave the image pointing at a freed record
   return 0;
@@ -265,38 +271,44 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_build_image(uint32_t in, uint32_t out, uint16
   if (src->jpeg == nullptr || dst->jpeg == nullptr || src == dst) {
     return report(kName, code::bad_handle, "Not a JPEG image");
   }
-  if (build.progress.idle()) {
-    build.progress.lines_done = 0;
-    if (uint32_t r = PIX_image_copy_parameters(in, out); is_error(r)) return r;
-    dst->jpeg->length = 0;
-    if (uint32_t r = check_reported(out, kName); is_error(r)) return r;
-    dst->lines_this_strip = dst->height;  // one buffer for the whole image
-    PIX_image_free_data(out);
-    if (uint32_t r = PIX_JPEG_malloc_data(out); is_error(r)) return r;
-    build.write_offset = 0;
-    build.progress.state = stage::kBusy;
+  if (uint32_t r = stage::start(build.progress, stage::kBusy,
+                                [&]() -> uint32_t {
+                                  if (uint32_t r = PIX_image_copy_parameters(in, out); is_error(r)) return r;
+                                  dst->jpeg->length = 0;
+                                  if (uint32_t r = check_reported(out, kName); is_error(r)) return r;
+                                  dst->lines_this_strip = dst->height;  // one buffer for the whole image
+                                  PIX_image_free_data(out);
+                                  if (uint32_t r = PIX_JPEG_malloc_data(out); is_error(r)) return r;
+                                  build.write_offset = 0;
+                                  return 0;
+                                });
+      is_error(r)) {
+    return r;
   }
-  if (mode == stage::kNext) {
-    Tjpeg& from = *src->jpeg;
-    Tjpeg& to = *dst->jpeg;
-    const std::size_t n = from.data != nullptr ? from.length : 0;
-    // The buffer was sized for the whole image; strips that compress to more
-    // than that grow it rather than run past its end.
-    if (!ensure_capacity(to, build.write_offset + n)) {
-      return report(kName, with_detail(code::out_of_memory, build.write_offset + n));
-    }
-    if (n != 0) std::memcpy(to.data + build.write_offset, from.data, n);
-    build.write_offset += n;
-    build.progress.lines_done += src->lines_this_strip;
-    to.length += static_cast<uint32_t>(n);
-    if (src->height <= build.progress.lines_done) mode = stage::kFinish;
-  }
-  if (mode == stage::kFinish) {
-    dst->jpeg->position = dst->jpeg->data;
-    if (uint32_t r = PIX_JPEG_sequence_build(0, out); is_error(r)) return r;
-    build.progress.state = stage::kIdle;
-  }
-  return 0;
+  // Compressed strips count whole (nothing to cut), and a failed trim at the
+  // end leaves the build open, so that the next call appends to it.
+  return stage::advance(
+      build.progress, *src, mode,
+      [&]() -> uint32_t {
+        Tjpeg& from = *src->jpeg;
+        Tjpeg& to = *dst->jpeg;
+        const std::size_t n = from.data != nullptr ? from.length : 0;
+        // The buffer was sized for the whole image; strips that compress to
+        // more than that grow it rather than run past its end.
+        if (!ensure_capacity(to, build.write_offset + n)) {
+          return report(kName, with_detail(code::out_of_memory, build.write_offset + n));
+        }
+        if (n != 0) std::memcpy(to.data + build.write_offset, from.data, n);
+        build.write_offset += n;
+        to.length += static_cast<uint32_t>(n);
+        return 0;
+      },
+      stage::Nothing{},
+      [&]() -> uint32_t {
+        dst->jpeg->position = dst->jpeg->data;
+        return PIX_JPEG_sequence_build(0, out);
+      },
+      {.cut_last = false, .busy_after_failed_finish = true});
 }
 
 }  // extern "C"

@@ -22,8 +22,8 @@ bool building() { return !pix::jpeg::jpeg_state().build.progress.idle(); }
 
 // Bytes the library allocated for a compressed-data buffer; 0 when it is not one of its own.
 std::size_t capacity(const uint8_t* data) {
-  for (const auto& [record, buffer] : pix::jpeg::jpeg_state().buffers) {
-    if (buffer.data == data && record->data == data) return buffer.capacity;
+  for (const auto& [record, extras] : pix::jpeg::jpeg_state().extras) {
+    if (extras.buffer.data == data && record->data == data) return extras.buffer.capacity;
   }
   return 0;
 }
