@@ -107,7 +107,7 @@ void guarded_line(const In& in, unsigned in_unit, const Out& out, unsigned out_u
 template <class Row>
 void map(const In& in, unsigned in_unit, const Out& out, unsigned out_unit, uint64_t units, uint32_t count,
          Row&& row, Rows rows = {}) {
-  if (units == 0 || count == 0 || in.data == nullptr || out.data == nullptr) return;
+  if (units == 0 || count == 0 || out.data == nullptr || (in.data == nullptr && in.size != 0)) return;
   const uint64_t in_line = units * in_unit, out_line = units * out_unit;
   if (rows.merge && in.stride == in_line && out.stride == out_line && count <= in.size / in_line &&
       count <= out.size / out_line) {
