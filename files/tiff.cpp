@@ -410,9 +410,10 @@ TiffWriter& writer() {
 }
 
 // Kept: a failed close leaves the reader busy, so that another command 4
-// can end it.  Destroying every image ends both transfers; what the reader
-// keeps between files stays.
-constexpr files::Plan kReadPlan{.function = kReader, .header_only = true, .ending = {.busy_after_failed_finish = true}};
+// can end it.  Destroying every image ends both runs; what the reader keeps
+// between files stays.
+constexpr files::Plan kReadPlan{
+    .function = kReader, .header_only = true, .ending = {.busy_after_failed_finish = true}};
 constexpr files::Plan kWritePlan{.function = kWriter};
 
 // The header, built whole and written at once.
