@@ -9,6 +9,7 @@
 #include "convert/kernels/tables.h"
 #include "core/image.h"
 #include "core/status.h"
+#include "files/stream.h"
 
 using namespace pix;
 using convert::ConversionTable;
@@ -172,14 +173,17 @@ PIX_API uint32_t PIX_CALL PIX_image_conv_LUT_save(uint32_t handle, uint16_t type
   const Image* img = nullptr;
   if (uint32_t r = file_checks(handle, type, kName, img); is_error(r)) return r;
   const std::size_t size = convert::table_bytes(type, img->data_width);
-  std::FILE* file = file_name != nullptr ? std::fopen(file_name, "wb") : nullptr;
-  if (file == nullptr) return report(kName, code::open_failed, "Failed to create file");
+  files::Stream file;
+  if (file_name == nullptr || !file.open(file_name, "wb")) {
+    return report(kName, code::open_failed, "Failed to create file");
+  }
   // A table never generated, or kept from a narrower data width, is written
   // only as far as it exists.
   const ConversionTable& table = conversion_tables().of_type(type);
   const std::size_t held = table.present() ? std::min(size, table.size) : 0;
-  if (held != 0) std::fwrite(table.bytes.get(), 1, held, file);
-  if (std::fclose(file) != 0) return report(kName, code::close_failed, "Failed to close file");
+  if (held != 0) files::write_bytes(file.get(), {table.bytes.get(), held});
+  // A table that did not reach the disk whole fails here, where the close is checked.
+  if (!file.finish()) return report(kName, code::close_failed, "Failed to close file");
   return 0;
 }
 

@@ -14,11 +14,11 @@
 
 #include "convert/kernels/direct.h"
 #include "core/image.h"
-#include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
 #include "core/stage.h"
 #include "stream.h"
+#include "transfer.h"
 
 using namespace pix;
 
@@ -42,33 +42,25 @@ constexpr uint32_t kPaletteBytes = 4 * PIX_CMAP_ENTRIES;
 // least one), so that a strip costs a few large reads or writes.
 constexpr uint64_t kChunkBytes = 64 * 1024;
 
-struct Transfer {
-  stage::Progress progress;
-  files::Stream stream;
-};
-struct WriteTransfer : Transfer {
+struct BmpWriter : files::Transfer {
   // The blank pixel area was left out because the first strip covers every
   // row; it is written after all if that strip fails.
   bool area_pending = false;
+  void end_run() noexcept override { area_pending = false; }
 };
 // One read and one write can be under way at a time, library-wide.
-struct BmpTransfers {
-  Transfer reader;
-  WriteTransfer writer;
-};
-BmpTransfers& transfers() noexcept {
-  static BmpTransfers state;
+files::Transfer& reader() noexcept {
+  static files::Transfer state;
   return state;
 }
-// Destroying every image ends both transfers and closes their files.
-void forget_transfers() noexcept {
-  for (Transfer* t : {static_cast<Transfer*>(&transfers().reader), static_cast<Transfer*>(&transfers().writer)}) {
-    t->progress = {};
-    t->stream.discard();
-  }
-  transfers().writer.area_pending = false;
+BmpWriter& writer() noexcept {
+  static BmpWriter state;
+  return state;
 }
-[[maybe_unused]] const bool registered = register_release(&forget_transfers);
+constexpr files::Plan kReadPlan{.function = kRead, .busy = kHeaderTaken, .header_only = true};
+constexpr files::Plan kWritePlan{.function = kWrite, .busy = kHeaderWritten};
+
+constexpr bool writable(uint16_t format) { return format == PIX_Y8 || format == PIX_PALETTED || format == PIX_RGB24; }
 
 constexpr uint32_t data_offset(bool eight_bit) { return eight_bit ? kPaletteAt + kPaletteBytes : kPaletteAt; }
 
@@ -124,7 +116,7 @@ uint32_t read_strip(Image& img, FILE* f, uint32_t first) {
   }
   const uint64_t pitch = img.bytes_per_line;
   Chunk chunk = make_chunk(pitch, stride, n);
-  if (chunk.bytes == nullptr) return report(kReadStrip, code::out_of_memory | static_cast<uint32_t>(pitch & 0xFFFF));
+  if (chunk.bytes == nullptr) return report(kReadStrip, with_detail(code::out_of_memory, pitch));
   if (n == 0) return 0;
   const std::size_t row_bytes = static_cast<std::size_t>(static_cast<uint64_t>(img.width) * (eight ? 1 : 3));
   const convert::kernels::DirectRow swap_rb =
@@ -150,9 +142,10 @@ uint32_t read_strip(Image& img, FILE* f, uint32_t first) {
 
 // Width, height and depth into the record, then palette and format, then the
 // compression test and the image check.
-uint32_t read_header(uint32_t handle, Transfer& t) {
+uint32_t read_header(uint32_t handle, files::Transfer& t) {
   Image* img = find_image(handle);
-  FILE* f = t.stream.get();
+  if (uint32_t r = t.open_for_reading(kRead, img->in_filename); is_error(r)) return r;
+  FILE* f = t.file();
   std::fseek(f, 18, SEEK_SET);
   img->width = get_ui32i(f);
   img->height = get_ui32i(f);
@@ -184,40 +177,23 @@ uint32_t read_header(uint32_t handle, Transfer& t) {
   if (compression == 1 || compression == 2) return report(kRead, code::unsupported, "Compressed images not supported");
   if (compression != 0) return report(kRead, code::unsupported, "Unrecognized compression type");
   if (uint32_t r = PIX_image_check(handle); is_error(r)) {
-    t.stream.discard();
-    t.progress.state = stage::kIdle;
-    return report(kRead, r | 0x10000000u, "PIX_image_check failed");
+    return t.stop(report(kRead, tag_module(r), "PIX_image_check failed"));
   }
-  return 0;
-}
-
-uint32_t finish(Transfer& t, const char* function) {
-  if (!t.stream.close()) return report(function, code::close_failed, "Failed to close file");
   return 0;
 }
 
 uint32_t read_bmp(uint32_t handle, uint16_t command) {
-  Transfer& t = transfers().reader;
+  files::Transfer& t = reader();
   Image* img = find_image(handle);
   if (img == nullptr) return report(kRead, kNoRecord);
-  if (t.progress.idle()) {
-    t.progress.lines_done = 0;
-    if (!t.stream.open(img->in_filename, "rb")) return report(kRead, code::open_failed, "Failed to open file");
-    if (uint32_t r = read_header(handle, t); is_error(r)) return r;
-  }
-  if (command == stage::kNext && img->lines_this_strip == 0) return 0;  // the header only: size and format
-  return stage::advance(
-      t.progress, *img, command, [&] { return read_strip(*img, t.stream.get(), t.progress.lines_done); },
+  return t.run(
+      kReadPlan, handle, command, [&] { return read_header(handle, t); },
+      [&] { return read_strip(*img, t.file(), t.progress.lines_done); },
       [&]() -> uint32_t {
         PIX_image_free_data(handle);
-        if (uint32_t r = PIX_image_malloc_a_strip(handle); is_error(r)) {
-          t.stream.discard();
-          t.progress.state = stage::kIdle;
-          return report(kRead, r | 0x10000000u);
-        }
+        if (uint32_t r = PIX_image_malloc_a_strip(handle); is_error(r)) return t.stop(report(kRead, tag_module(r)));
         return 0;
-      },
-      [&] { return finish(t, kRead); });
+      });
 }
 
 // ---------------------------------------------------------------------------
@@ -239,7 +215,7 @@ void reverse_rows(Image& img, uint8_t* line) {
 }
 
 uint32_t write_strip(Image& img, FILE* f, uint32_t first) {
-  if (img.format != PIX_Y8 && img.format != PIX_PALETTED && img.format != PIX_RGB24) {
+  if (!writable(img.format)) {
     return report(kWriteStrip, code::unsupported, "Unsupported image format");
   }
   const uint32_t n = img.lines_this_strip;
@@ -251,7 +227,7 @@ uint32_t write_strip(Image& img, FILE* f, uint32_t first) {
   // file rows on their way out.
   Chunk chunk = make_chunk(pitch, stride, n);
   if (chunk.bytes == nullptr) {
-    return report(kWriteStrip, code::out_of_memory | static_cast<uint32_t>(pitch & 0xFFFF), "Attempting to malloc:");
+    return report(kWriteStrip, with_detail(code::out_of_memory, pitch), "Attempting to malloc:");
   }
   reverse_rows(img, chunk.bytes.get());
   if (!seek_row(f, lowest_row(img, first), stride, data_offset(eight))) {
@@ -272,6 +248,7 @@ uint32_t write_strip(Image& img, FILE* f, uint32_t first) {
       }
       std::memset(to + row_bytes, 0, static_cast<std::size_t>(stride - row_bytes));
     }
+    // A failed write fails the run when the file is closed.
     if (!files::write_bytes(f, {chunk.bytes.get(), static_cast<std::size_t>(stride * rows)})) break;
     done += rows;
   }
@@ -296,18 +273,15 @@ void put_header(FILE* f, const Image& img, bool eight) {
   for (int i = 0; i < 4; ++i) put_ui32i(f, 0);  // resolutions, colours used and important
 }
 
-uint32_t begin_file(uint32_t handle, WriteTransfer& t, uint16_t command) {
+uint32_t begin_file(uint32_t handle, BmpWriter& t, uint16_t command) {
   Image* img = find_image(handle);
-  if (!t.stream.open(img->out_filename, "wb", true)) return report(kWrite, code::open_failed, "Failed to create file");
-  FILE* f = t.stream.get();
+  if (uint32_t r = t.open_for_writing(kWrite, img->out_filename); is_error(r)) return r;
+  FILE* f = t.file();
   const bool eight = img->format != PIX_RGB24;
   put_header(f, *img, eight);
   if (eight) {
     if (img->format == PIX_Y8) {
-      if (uint32_t r = PIX_cmap_set_type(handle, 2); is_error(r)) {
-        t.stream.discard();
-        return r;
-      }
+      if (uint32_t r = PIX_cmap_set_type(handle, 2); is_error(r)) return t.stop(r);
     }
     uint8_t palette[kPaletteBytes] = {};
     if (img->cmap != nullptr) {
@@ -325,36 +299,28 @@ uint32_t begin_file(uint32_t handle, WriteTransfer& t, uint16_t command) {
   const uint64_t area = file_stride(img->width, eight) * img->height;
   t.area_pending = command == stage::kNext && img->lines_this_strip >= img->height && area != 0;
   if (!t.area_pending) files::write_zeros(f, static_cast<std::size_t>(area));
-  t.progress.state = kHeaderWritten;
   return 0;
 }
 
 uint32_t write_bmp(uint32_t handle, uint16_t command) {
-  WriteTransfer& t = transfers().writer;
+  BmpWriter& t = writer();
   Image* img = find_image(handle);
   if (img == nullptr) return report(kWrite, kNoRecord);
   if (uint32_t r = check_reported(handle, kWrite); is_error(r)) return r;
-  if (img->format != PIX_Y8 && img->format != PIX_PALETTED && img->format != PIX_RGB24) {
-    return report(kWrite, code::unsupported | img->format, "Unsupported image format");
+  if (!writable(img->format)) {
+    return report(kWrite, with_detail(code::unsupported, img->format), "Unsupported image format");
   }
-  if (t.progress.idle()) {
-    t.progress.lines_done = 0;
-    if (uint32_t r = begin_file(handle, t, command); is_error(r)) return r;
-  }
-  return stage::advance(
-      t.progress, *img, command,
-      [&]() -> uint32_t {
-        const uint32_t r = write_strip(*img, t.stream.get(), t.progress.lines_done);
-        if (t.area_pending) {
-          t.area_pending = false;
-          const bool eight = img->format != PIX_RGB24;
-          if (is_error(r) && seek_row(t.stream.get(), 0, 0, data_offset(eight))) {
-            files::write_zeros(t.stream.get(), static_cast<std::size_t>(file_stride(img->width, eight) * img->height));
-          }
-        }
-        return r;
-      },
-      stage::Nothing{}, [&] { return finish(t, kWrite); });
+  return t.run(kWritePlan, handle, command, [&] { return begin_file(handle, t, command); }, [&]() -> uint32_t {
+    const uint32_t r = write_strip(*img, t.file(), t.progress.lines_done);
+    if (t.area_pending) {
+      t.area_pending = false;
+      const bool eight = img->format != PIX_RGB24;
+      if (is_error(r) && seek_row(t.file(), 0, 0, data_offset(eight))) {
+        files::write_zeros(t.file(), static_cast<std::size_t>(file_stride(img->width, eight) * img->height));
+      }
+    }
+    return r;
+  });
 }
 
 }  // namespace

@@ -11,9 +11,9 @@
 #include "convert/kernels/tables.h"
 #include "convert/kernels/yuv.h"
 #include "core/image.h"
-#include "core/lifetime.h"
 #include "core/status.h"
 #include "core/stage.h"
+#include "transfer.h"
 
 using namespace pix;
 namespace k = pix::convert::kernels;
@@ -30,16 +30,13 @@ constexpr uint32_t kHeaderBytes = 40;
 constexpr uint16_t kFieldsFirstFirst = 4;
 constexpr uint16_t kFieldsSecondFirst = 5;
 
-// One conversion can be under way at a time, library-wide.
-struct DibTransfer {
-  stage::Progress progress;  // busy (2) once the destination is prepared
-};
-DibTransfer& transfer() noexcept {
-  static DibTransfer state;
+// One conversion can be under way at a time, library-wide: busy (2) once
+// the destination is prepared.
+files::Transfer& transfer() noexcept {
+  static files::Transfer state;
   return state;
 }
-void forget_transfer() noexcept { transfer().progress = {}; }
-[[maybe_unused]] const bool registered = register_release(&forget_transfer);
+constexpr files::Plan kPlan{.function = kName};
 
 constexpr bool accepted(uint16_t format) {
   return (format >= PIX_Y8 && format <= PIX_YUV422) || format == PIX_Y16;
@@ -134,7 +131,7 @@ uint32_t dib_1_strip(uint32_t in, uint32_t out) {
   // A few lines more, so that the header fits before the rows.
   const uint64_t lines = static_cast<uint64_t>(dst->lines_this_strip) + kHeaderBytes / pitch + 1;
   if (lines > std::numeric_limits<uint32_t>::max() || dst->lines_this_strip < rows) {
-    return report(kWorker, code::out_of_memory | static_cast<uint32_t>((lines * pitch) & 0xFFFF));
+    return report(kWorker, with_detail(code::out_of_memory, lines * pitch));
   }
   dst->lines_this_strip = static_cast<uint32_t>(lines);
   const uint32_t r = PIX_image_malloc_a_strip(out);
@@ -204,17 +201,13 @@ uint32_t convert_to_dib(uint32_t in, uint32_t out, uint32_t flags, uint16_t comm
     const uint32_t r = PIX_image_copy(in, out);
     return is_error(r) ? r : 0;
   }
-  if (!accepted(src->format)) return report(kName, code::unsupported | src->format, "Unsupported image format");
+  if (!accepted(src->format)) {
+    return report(kName, with_detail(code::unsupported, src->format), "Unsupported image format");
+  }
   // The destination's strip is replaced before the source is read.
   if (src == dst) return report(kName, code::param_conflict, "Input and output must be different images");
-  DibTransfer& t = transfer();
-  if (t.progress.idle()) {
-    t.progress.lines_done = 0;
-    if (uint32_t r = prepare(in, out, flags); is_error(r)) return r;
-    t.progress.state = stage::kBusy;
-  }
-  return stage::advance(
-      t.progress, *src, command, [&] { return dib_1_strip(in, out); },
+  return transfer().run(
+      kPlan, in, command, [&] { return prepare(in, out, flags); }, [&] { return dib_1_strip(in, out); },
       [&]() -> uint32_t {
         dst->lines_this_strip = src->lines_this_strip;
         return 0;

@@ -15,17 +15,20 @@ constexpr uint32_t kUnsupportedFormat = code::unsupported;
 constexpr const char* kUnsupportedText = "Unsupported/unrecognized image format";
 
 // The read dispatcher's library-wide state: one file is read at a time.
-struct ReadDispatch {
+struct ReadDispatch : Releasable {
   uint16_t state = 1;  // 1 idle, 2 a file in progress
   uint16_t format = PIX_FILE_UNRECOGNISED;
   uint32_t lines_read = 0;
+  void release() noexcept override {
+    state = 1;
+    format = PIX_FILE_UNRECOGNISED;
+    lines_read = 0;
+  }
 };
 ReadDispatch& read_dispatch() noexcept {
   static ReadDispatch state;
   return state;
 }
-void forget_read() noexcept { read_dispatch() = ReadDispatch{}; }
-[[maybe_unused]] const bool registered = register_release(&forget_read);
 
 uint16_t read_u16(FILE* f, uint8_t order) { return TIFF_read_ui16(f, order); }
 

@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "core/image.h"
-#include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
 #include "core/stage.h"
 #include "stream.h"
+#include "transfer.h"
 
 using namespace pix;
 
@@ -43,7 +43,6 @@ class TextSource {
     pos_ = len_ = 0;
     buffer_.resize(files::kStreamBuffer);
   }
-  void release() { buffer_ = {}; }
   int get() {
     if (pos_ == len_ && !fill()) return EOF;
     return static_cast<unsigned char>(buffer_[pos_++]);
@@ -62,30 +61,32 @@ class TextSource {
 };
 
 // Library-wide state: one EPS file written and one read at a time.
-struct EpsTransfers {
-  stage::Progress writer;
-  files::Stream out;
-  std::vector<char> text;  // the writer's line of hexadecimal text
-  stage::Progress reader;
-  files::Stream in;
+struct EpsWriter : files::Transfer {
+  std::vector<char> text;  // a line of hexadecimal text on its way out
+  void end_run() noexcept override { text = std::vector<char>(); }
+};
+struct EpsReader : files::Transfer {
   TextSource source;
   bool at_end = false;  // the hexadecimal reader met the end of the file
+  void end_run() noexcept override {
+    source = TextSource{};
+    at_end = false;
+  }
 };
-EpsTransfers& transfers() {
-  static EpsTransfers state;
+EpsWriter& writer() {
+  static EpsWriter state;
   return state;
 }
-// Destroying every image ends both transfers and closes their files.
-void forget_transfers() noexcept {
-  EpsTransfers& t = transfers();
-  t.writer = {};
-  t.out.discard();
-  t.reader = {};
-  t.in.discard();
-  t.source = TextSource{};
-  t.at_end = false;
+EpsReader& reader() {
+  static EpsReader state;
+  return state;
 }
-[[maybe_unused]] const bool registered = register_release(&forget_transfers);
+constexpr files::Plan kWritePlan{.function = kWriter, .busy = kPrologueWritten};
+constexpr files::Plan kReadPlan{.function = kReader, .busy = kHeaderTaken, .header_only = true};
+
+constexpr bool writable(uint16_t format) {
+  return format == PIX_BILEVEL || format == PIX_Y8 || format == PIX_PALETTED || format == PIX_RGB24;
+}
 
 // ---------------------------------------------------------------- geometry
 
@@ -230,21 +231,14 @@ std::span<const char> hex_line(std::vector<char>& text, const uint8_t* bytes, st
 }
 
 uint32_t write_strip(const Image& img) {
-  EpsTransfers& t = transfers();
+  EpsWriter& t = writer();
   if (img.data == nullptr) return report(kWriter, code::bad_image, "No image data");
   const std::size_t n = static_cast<std::size_t>(data_bytes(img));
   const uint64_t step = line_step(img);
   for (uint32_t y = 0; y < img.lines_this_strip; ++y) {
     const std::span<const char> text = hex_line(t.text, img.data + y * step, n);
-    std::fwrite(text.data(), 1, text.size(), t.out.get());
+    std::fwrite(text.data(), 1, text.size(), t.file());
   }
-  return 0;
-}
-
-uint32_t finish_writing() {
-  EpsTransfers& t = transfers();
-  t.text = {};
-  if (!t.out.close()) return report(kWriter, code::close_failed, "Failed to close file");
   return 0;
 }
 
@@ -314,7 +308,7 @@ int hex_value(int c) {
 
 // One byte as two hexadecimal digits; every other character is skipped.
 // The end of the file sets the end flag and gives 0.
-uint8_t hex_byte(EpsTransfers& t) {
+uint8_t hex_byte(EpsReader& t) {
   int digits[2];
   for (int& d : digits) {
     int c;
@@ -330,7 +324,7 @@ uint8_t hex_byte(EpsTransfers& t) {
   return static_cast<uint8_t>(digits[0] * 16 + digits[1]);
 }
 
-void hex_bytes(EpsTransfers& t, uint8_t* out, std::size_t n) {
+void hex_bytes(EpsReader& t, uint8_t* out, std::size_t n) {
   std::size_t i = 0;
   while (i < n && !t.at_end) out[i++] = hex_byte(t);
   if (i < n) std::memset(out + i, 0, n - i);
@@ -338,7 +332,7 @@ void hex_bytes(EpsTransfers& t, uint8_t* out, std::size_t n) {
 
 // The colour map and dimensions of a paletted file, from words.
 void read_paletted_header(uint32_t handle, Image& img) {
-  EpsTransfers& t = transfers();
+  EpsReader& t = reader();
   PIX_image_set_parameter(handle, PIX_IMAGE_FORMAT, PIX_PALETTED);
   std::string word;
   while (read_word(t.source, word)) {
@@ -368,7 +362,7 @@ void read_paletted_header(uint32_t handle, Image& img) {
 
 // The dimensions of a grey, bilevel or RGB file, from its fixed lines.
 void read_plain_header(uint32_t handle, Image& img) {
-  TextSource& in = transfers().source;
+  TextSource& in = reader().source;
   std::string line;
   for (int i = 0; i < 4; ++i) line = read_line(in);  // rotate, string, scale, size
   const char* p = line.c_str();
@@ -385,20 +379,10 @@ void read_plain_header(uint32_t handle, Image& img) {
   PIX_image_set_parameter(handle, PIX_IMAGE_FORMAT, format);
 }
 
-uint32_t stop_reading(uint32_t result) {
-  EpsTransfers& t = transfers();
-  t.in.discard();
-  t.source.reset(nullptr);
-  t.source.release();
-  t.reader.state = stage::kIdle;
-  return result;
-}
-
 uint32_t read_header(uint32_t handle, Image& img) {
-  EpsTransfers& t = transfers();
-  t.reader.lines_done = 0;
-  if (!t.in.open(img.in_filename, "r")) return report(kReader, code::open_failed, "Failed to open file");
-  t.source.reset(t.in.get());
+  EpsReader& t = reader();
+  if (uint32_t r = t.open_for_reading(kReader, img.in_filename, files::Mode::text); is_error(r)) return r;
+  t.source.reset(t.file());
   t.at_end = false;
   PIX_image_set_parameter(handle, PIX_IMAGE_FORMAT, PIX_FORMAT_NONE);
   img.width = 0;
@@ -416,9 +400,8 @@ uint32_t read_header(uint32_t handle, Image& img) {
   } else {
     read_plain_header(handle, img);
   }
-  t.reader.state = kHeaderTaken;
   if (uint32_t r = PIX_image_check(handle); is_error(r)) {
-    return stop_reading(report(kReader, r | 0x10000000u, "PIX_image_check failed"));
+    return t.stop(report(kReader, tag_module(r), "PIX_image_check failed"));
   }
   return 0;
 }
@@ -431,7 +414,7 @@ uint32_t allocate_strip(uint32_t handle, uint64_t& strip) {
 }
 
 uint32_t read_strip(Image& img, uint64_t strip) {
-  EpsTransfers& t = transfers();
+  EpsReader& t = reader();
   const uint64_t n = data_bytes(img);
   const uint64_t step = line_step(img);
   // Kept: after an odd bilevel or RGB line one character of the file is
@@ -446,57 +429,43 @@ uint32_t read_strip(Image& img, uint64_t strip) {
   return 0;
 }
 
-uint32_t finish_reading() {
-  EpsTransfers& t = transfers();
-  t.source.reset(nullptr);
-  t.source.release();
-  if (!t.in.close()) return report(kReader, code::close_failed, "Failed to close file");
-  return 0;
-}
-
 }  // namespace
 
 extern "C" {
 
 PIX_API uint32_t PIX_CALL PIX_write_EPS_file(uint32_t handle, uint16_t command) {
-  EpsTransfers& t = transfers();
   if (uint32_t r = check_reported(handle, kWriter); is_error(r)) return r;
   Image& img = *find_image(handle);
-  if (img.format != PIX_BILEVEL && img.format != PIX_Y8 && img.format != PIX_PALETTED && img.format != PIX_RGB24) {
-    return report(kWriter, img.format | code::unsupported, "Unsupported image format");
+  if (!writable(img.format)) {
+    return report(kWriter, with_detail(code::unsupported, img.format), "Unsupported image format");
   }
   if (img.lines_this_strip == 0) return 0;
-  if (t.writer.idle()) {
-    t.writer.lines_done = 0;
-    if (!t.out.open(img.out_filename, "w", true)) return report(kWriter, code::open_failed, "Failed to create file");
-    write_prologue(t.out.get(), img);
-    t.writer.state = kPrologueWritten;
-  }
-  return stage::advance(t.writer, img, command, [&]() -> uint32_t {
-    write_strip(img);
-    if (t.writer.lines_done + img.lines_this_strip >= img.height) {
-      std::fprintf(t.out.get(), "showpage\n%%%%EOF\n");
-    }
-    return 0;
-  }, stage::Nothing{}, finish_writing);
+  EpsWriter& t = writer();
+  return t.run(
+      kWritePlan, handle, command,
+      [&]() -> uint32_t {
+        if (uint32_t r = t.open_for_writing(kWriter, img.out_filename, files::Mode::text); is_error(r)) return r;
+        write_prologue(t.file(), img);
+        return 0;
+      },
+      [&]() -> uint32_t {
+        write_strip(img);
+        if (t.progress.lines_done + img.lines_this_strip >= img.height) std::fprintf(t.file(), "showpage\n%%%%EOF\n");
+        return 0;
+      });
 }
 
 PIX_API uint32_t PIX_CALL PIX_read_EPS_file(uint32_t handle, uint16_t command) {
-  EpsTransfers& t = transfers();
   Image* img = find_image(handle);
   if (img == nullptr) return report(kReader, code::bad_handle);
-  if (t.reader.idle()) {
-    if (uint32_t r = read_header(handle, *img); is_error(r)) return r;
-  }
-  if (command == stage::kNext && img->lines_this_strip == 0) return 0;
   uint64_t strip = 0;
-  return stage::advance(
-      t.reader, *img, command, [&] { return read_strip(*find_image(handle), strip); },
+  return reader().run(
+      kReadPlan, handle, command, [&] { return read_header(handle, *img); },
+      [&] { return read_strip(*find_image(handle), strip); },
       [&]() -> uint32_t {
         PIX_image_free_data(handle);
         return allocate_strip(handle, strip);
-      },
-      finish_reading);
+      });
 }
 
 }  // extern "C"

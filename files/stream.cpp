@@ -28,6 +28,11 @@ bool Stream::close() noexcept {
   return ok;
 }
 
+bool Stream::finish() noexcept {
+  const bool failed = file_ != nullptr && std::ferror(file_) != 0;
+  return close() && !failed;
+}
+
 void Stream::discard() noexcept {
   if (file_ != nullptr) std::fclose(file_);
   file_ = nullptr;

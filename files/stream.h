@@ -3,7 +3,9 @@
 // Every transfer keeps its stream open between strip calls, so the stream is
 // part of the transfer's library-wide state.  `Stream` owns the C stream and
 // the buffer given to it; the transfer closes it explicitly, because a
-// failing close is reported.
+// failing close is reported.  A write that fails on the way (a full disk)
+// often leaves nothing for the close to fail on, so the end of a transfer
+// also asks the stream whether anything went wrong before.
 #pragma once
 
 #include <cstddef>
@@ -32,6 +34,9 @@ class Stream {
   // Closes the stream; false when the close fails.  The stream is forgotten
   // either way.
   bool close() noexcept;
+  // Closes the stream at the end of a transfer: false when any read or
+  // write through it failed, or the close itself.  Forgotten either way.
+  bool finish() noexcept;
   // Closes without caring for the result (failure paths).
   void discard() noexcept;
 

@@ -11,11 +11,11 @@
 #include "convert/direct.h"
 #include "convert/kernels/direct.h"
 #include "core/image.h"
-#include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
 #include "core/stage.h"
 #include "stream.h"
+#include "transfer.h"
 
 using namespace pix;
 
@@ -30,28 +30,30 @@ constexpr uint16_t kHeaderWritten = 3;  // writer: header written, file open
 constexpr std::size_t kHeaderBytes = 18;
 
 // Library-wide state: one TGA file read and one written at a time.
-struct TgaTransfers {
-  stage::Progress reader;
-  files::Stream in;
-  uint8_t file_depth = 0;  // the pixel depth byte of the file being read
-  stage::Progress writer;
-  files::Stream out;
-  std::vector<uint8_t> row;   // the writer's row buffer
-  std::vector<uint8_t> line;  // the reader's line of blue, green, red pixels
+struct TgaReader : files::Transfer {
+  uint8_t file_depth = 0;     // the pixel depth byte of the file being read
+  std::vector<uint8_t> line;  // lines of blue, green, red pixels on their way in
+  void end_run() noexcept override { line = std::vector<uint8_t>(); }
 };
-TgaTransfers& transfers() {
-  static TgaTransfers state;
+struct TgaWriter : files::Transfer {
+  std::vector<uint8_t> row;  // a line of blue, green, red pixels on its way out
+  void end_run() noexcept override { row = std::vector<uint8_t>(); }
+};
+TgaReader& reader() {
+  static TgaReader state;
   return state;
 }
-// Destroying every image ends both transfers and closes their files.
-void forget_transfers() noexcept {
-  TgaTransfers& t = transfers();
-  t.reader = {};
-  t.in.discard();
-  t.writer = {};
-  t.out.discard();
+TgaWriter& writer() {
+  static TgaWriter state;
+  return state;
 }
-[[maybe_unused]] const bool registered = register_release(&forget_transfers);
+// Kept: a failed close leaves the reader busy, so that another command 4 can
+// end it.
+constexpr files::Plan kReadPlan{
+    .function = kReader, .busy = kHeaderTaken, .header_only = true, .ending = {.busy_after_failed_finish = true}};
+constexpr files::Plan kWritePlan{.function = kWriter, .busy = kHeaderWritten};
+
+constexpr bool writable(uint16_t format) { return format == PIX_Y8 || format == PIX_RGB15 || format == PIX_RGB24; }
 
 // Blue, green, red pixels to red, green, blue and back: the same byte swap.
 void swap_red_blue(const uint8_t* from, uint8_t* to, std::size_t pixels) {
@@ -62,28 +64,20 @@ void swap_red_blue(const uint8_t* from, uint8_t* to, std::size_t pixels) {
 
 // ---------------------------------------------------------------- reading
 
-uint32_t stop_reading(uint32_t result) {
-  TgaTransfers& t = transfers();
-  t.in.discard();
-  t.reader.state = stage::kIdle;
-  return result;
-}
-
 uint32_t read_header(uint32_t handle, Image& img) {
-  TgaTransfers& t = transfers();
-  t.reader.lines_done = 0;
-  if (!t.in.open(img.in_filename, "rb", true)) return report(kReader, code::open_failed, "Failed to open file");
+  TgaReader& t = reader();
+  if (uint32_t r = t.open_for_reading(kReader, img.in_filename, files::Mode::binary, true); is_error(r)) return r;
   std::array<uint8_t, kHeaderBytes> h;
-  files::read_or_fill(t.in.get(), h);
+  files::read_or_fill(t.file(), h);
   // Kept: the ID field is not skipped; pixel data is taken from offset 18.
-  if (h[1] != 0) return stop_reading(report(kReader, code::unsupported, "unsupported image"));
+  if (h[1] != 0) return t.stop(report(kReader, code::unsupported, "unsupported image"));
   uint16_t format = 0;
   if (h[2] == 3) {
     format = PIX_Y8;
   } else if (h[2] == 2) {
     format = PIX_RGB24;
   } else {
-    return stop_reading(report(kReader, code::unsupported, "unsupported image type"));
+    return t.stop(report(kReader, code::unsupported, "unsupported image type"));
   }
   PIX_image_set_parameter(handle, PIX_IMAGE_FORMAT, format);
   img.width = static_cast<uint32_t>(h[12] | (h[13] << 8));
@@ -91,18 +85,17 @@ uint32_t read_header(uint32_t handle, Image& img) {
   t.file_depth = h[16];
   img.depth = (h[16] == 15 || h[16] == 16) ? 24 : h[16];
   // Kept: the descriptor (h[17]) is ignored, so a bottom-up file reads upside down.
-  t.reader.state = kHeaderTaken;
   return 0;
 }
 
 bool sixteen_bit_file() {
-  const uint8_t d = transfers().file_depth;
+  const uint8_t d = reader().file_depth;
   return d == 15 || d == 16;
 }
 
 // Fills `bytes` from the file being read (0xFF past its end or without a stream).
 void take(std::span<uint8_t> bytes) {
-  FILE* f = transfers().in.get();
+  FILE* f = reader().file();
   if (f != nullptr) {
     files::read_or_fill(f, bytes);
   } else {
@@ -116,7 +109,7 @@ void take(std::span<uint8_t> bytes) {
 // into place; the others go straight into the strip.  Nothing is written
 // beyond `strip` bytes.
 void read_lines(Image& img, uint64_t strip) {
-  TgaTransfers& t = transfers();
+  TgaReader& t = reader();
   const bool bgr = t.file_depth == 24;
   const unsigned bytes = bgr ? 3 : sixteen_bit_file() ? 2 : std::max(1u, pixel_bytes(t.file_depth));
   const uint64_t line = static_cast<uint64_t>(img.width) * bytes;
@@ -192,22 +185,11 @@ uint32_t read_strip(uint32_t handle, uint64_t strip) {
   return 0;
 }
 
-uint32_t finish_reading() {
-  TgaTransfers& t = transfers();
-  t.line = {};
-  if (!t.in.close()) {
-    t.reader.state = kHeaderTaken;  // kept: a failed close leaves the reader busy
-    return report(kReader, code::close_failed, "Failed to close file");
-  }
-  return 0;
-}
-
 // ---------------------------------------------------------------- writing
 
 uint32_t write_header(const Image& img) {
-  TgaTransfers& t = transfers();
-  t.writer.lines_done = 0;
-  if (!t.out.open(img.out_filename, "wb", true)) return report(kWriter, code::open_failed, "Failed to create file");
+  TgaWriter& t = writer();
+  if (uint32_t r = t.open_for_writing(kWriter, img.out_filename); is_error(r)) return r;
   std::array<uint8_t, kHeaderBytes> h{};
   h[2] = img.format == PIX_Y8 ? 3 : 2;
   h[12] = static_cast<uint8_t>(img.width);
@@ -216,15 +198,14 @@ uint32_t write_header(const Image& img) {
   h[15] = static_cast<uint8_t>(img.height >> 8);
   h[16] = img.format == PIX_Y8 ? 8 : img.format == PIX_RGB15 ? 16 : 24;
   h[17] = 0x20;  // first row is the top row
-  files::write_bytes(t.out.get(), h);
-  t.writer.state = kHeaderWritten;
+  files::write_bytes(t.file(), h);
   return 0;
 }
 
 uint32_t write_strip(const Image& img) {
-  TgaTransfers& t = transfers();
-  FILE* f = t.out.get();
-  if (img.format != PIX_Y8 && img.format != PIX_RGB15 && img.format != PIX_RGB24) {
+  TgaWriter& t = writer();
+  FILE* f = t.file();
+  if (!writable(img.format)) {
     return report(kWriterWorker, code::unsupported, "unsupported image");
   }
   if (img.data == nullptr) return report(kWriterWorker, code::bad_image, "No image data");
@@ -242,62 +223,45 @@ uint32_t write_strip(const Image& img) {
   return 0;
 }
 
-uint32_t finish_writing() {
-  TgaTransfers& t = transfers();
-  t.row = {};
-  if (!t.out.close()) return report(kWriter, code::close_failed, "Failed to close file");
-  return 0;
-}
-
 }  // namespace
 
 extern "C" {
 
 PIX_API uint32_t PIX_CALL PIX_read_TGA_file(uint32_t handle, uint16_t command) {
-  TgaTransfers& t = transfers();
+  TgaReader& t = reader();
   Image* img = find_image(handle);
   if (img == nullptr) return report(kReader, code::bad_handle);
-  if (t.reader.idle()) {
-    if (uint32_t r = read_header(handle, *img); is_error(r)) return r;
-  }
-  if (uint32_t r = PIX_image_check(handle); is_error(r)) {
-    return stop_reading(report(kReader, r | 0x10000000u, "PIX_image_check failed"));
-  }
-  if (command == stage::kNext && img->lines_this_strip == 0) return 0;
   uint64_t strip = 0;
-  return stage::advance(
-      t.reader, *img, command, [&] { return read_strip(handle, strip); },
+  return t.run(
+      kReadPlan, handle, command, [&] { return read_header(handle, *img); },
+      [&] { return read_strip(handle, strip); },
       [&]() -> uint32_t {
         PIX_image_free_data(handle);
-        if (uint32_t r = PIX_image_malloc_a_strip(handle); is_error(r)) {
-          return stop_reading(report(kReader, r | 0x10000000u));
-        }
+        if (uint32_t r = PIX_image_malloc_a_strip(handle); is_error(r)) return t.stop(report(kReader, tag_module(r)));
         Image& i = *find_image(handle);
         strip = static_cast<uint64_t>(i.lines_this_strip) * i.bytes_per_line;
         if (sixteen_bit_file()) i.bytes_per_line = 2 * i.width;
         return 0;
       },
-      finish_reading);
+      [&]() -> uint32_t {
+        if (uint32_t r = PIX_image_check(handle); is_error(r)) {
+          return t.stop(report(kReader, tag_module(r), "PIX_image_check failed"));
+        }
+        return 0;
+      });
 }
 
 PIX_API uint32_t PIX_CALL PIX_write_TGA_file(uint32_t handle, uint16_t command) {
-  TgaTransfers& t = transfers();
   if (uint32_t r = check_reported(handle, kWriter); is_error(r)) return r;
   Image& img = *find_image(handle);
   if (img.lines_this_strip == 0) return 0;
-  if (img.format != PIX_Y8 && img.format != PIX_RGB15 && img.format != PIX_RGB24) {
-    return report(kWriter, img.format | code::unsupported, "Unsupported image format");
+  if (!writable(img.format)) {
+    return report(kWriter, with_detail(code::unsupported, img.format), "Unsupported image format");
   }
-  if (t.writer.idle()) {
-    if (uint32_t r = write_header(img); is_error(r)) return r;
-  }
-  return stage::advance(
-      t.writer, img, command,
-      [&]() -> uint32_t {
-        write_strip(img);  // kept: the worker's result is not looked at
-        return 0;
-      },
-      stage::Nothing{}, finish_writing);
+  return writer().run(kWritePlan, handle, command, [&] { return write_header(img); }, [&]() -> uint32_t {
+    write_strip(img);  // kept: the worker's result is not looked at
+    return 0;
+  });
 }
 
 }  // extern "C"

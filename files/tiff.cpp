@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "core/image.h"
-#include "core/lifetime.h"
 #include "core/memory.h"
 #include "core/status.h"
 #include "core/stage.h"
 #include "stream.h"
+#include "transfer.h"
 
 using namespace pix;
 
@@ -28,7 +28,7 @@ constexpr std::size_t kStripTable = 1024;
 // What a failed strip read is combined with on the call that also read the
 // header.  Kept: that combination has no error bits, so such a call looks
 // successful to its caller; later calls carry the bad-state code.
-constexpr uint32_t kPendingAfterHeader = 0x10000000u;
+constexpr uint32_t kPendingAfterHeader = tag_module(0);
 
 enum Tag : uint16_t {
   kNewSubfileType = 254,
@@ -79,7 +79,7 @@ uint32_t allocate_bilevel_strip(Image& img, const char* function) {
   if ((img.flags & PIX_FLAG_LOCKED) != 0 && img.data != nullptr) return 0;
   const uint64_t size = stride * img.lines_this_strip;
   void* block = size <= 0xFFFFFFFFull ? memory::allocate(static_cast<std::size_t>(size)) : nullptr;
-  if (block == nullptr) return report(function, code::out_of_memory | static_cast<uint32_t>(size & 0xFFFF));
+  if (block == nullptr) return report(function, with_detail(code::out_of_memory, size));
   img.data = static_cast<uint8_t*>(block);
   return 0;
 }
@@ -96,9 +96,8 @@ void swap_pairs(const uint8_t* from, uint8_t* to, std::size_t samples) {
 // ---------------------------------------------------------------------------
 // Reader
 
-struct TiffReader {
-  stage::Progress progress;  // idle, or 2 = header taken and the file open
-  files::Stream stream;
+// Idle, or busy (2) with the header taken and the file open.
+struct TiffReader : files::Transfer {
   uint16_t byte_order = 'M';
   // Kept between files: a file without a RowsPerStrip tag uses the previous
   // file's value, one without BitsPerSample the previous bit count.
@@ -131,11 +130,7 @@ class HeaderReader {
   uint32_t run();
 
  private:
-  uint32_t fail(uint32_t code, const char* message) {
-    t_.stream.discard();
-    t_.progress.state = stage::kIdle;
-    return report(kReader, code, message);
-  }
+  uint32_t fail(uint32_t code, const char* message) { return t_.stop(report(kReader, code, message)); }
   uint32_t entry(uint16_t tag, uint16_t type, uint32_t count);
   uint32_t value(uint16_t type) { return TIFF_read_data(f_, t_.byte_order, type); }
   // Array reads away from the directory are charged to a budget of the file
@@ -160,9 +155,8 @@ class HeaderReader {
 };
 
 uint32_t HeaderReader::run() {
-  t_.progress.lines_done = 0;
-  if (!t_.stream.open(img_.in_filename, "rb")) return report(kReader, code::open_failed, "Failed to open file");
-  f_ = t_.stream.get();
+  if (uint32_t r = t_.open_for_reading(kReader, img_.in_filename); is_error(r)) return r;
+  f_ = t_.file();
   file_size_ = size_of(f_);
   budget_ = file_size_ + 65536;
   const uint8_t order = files::get_byte(f_);
@@ -184,8 +178,7 @@ uint32_t HeaderReader::run() {
   }
   if (uint32_t r = classify(); is_error(r)) return r;
   if (t_.rows_per_strip == 0 || t_.rows_per_strip == 0xFFFFFFFFu) t_.rows_per_strip = img_.height;
-  if (uint32_t r = PIX_image_check(handle_); is_error(r)) return fail(r | 0x10000000u, "PIX_image_check failed");
-  t_.progress.state = stage::kBusy;
+  if (uint32_t r = PIX_image_check(handle_); is_error(r)) return fail(tag_module(r), "PIX_image_check failed");
   return 0;
 }
 
@@ -357,7 +350,7 @@ uint32_t read_1_strip(TiffReader& t, uint32_t handle) {
       is_error(r)) {
     return r;
   }
-  FILE* f = t.stream.get();
+  FILE* f = t.file();
   const uint64_t stride = img->bytes_per_line;
   const bool y16 = img->format == PIX_Y16;
   const uint64_t file_line = y16 ? 2ull * t.line_bytes : t.nibbles ? (t.line_bytes + 1ull) / 2 : t.line_bytes;
@@ -403,18 +396,11 @@ uint32_t read_1_strip(TiffReader& t, uint32_t handle) {
   return 0;
 }
 
-uint32_t finish_read(TiffReader& t) {
-  if (t.stream.close()) return 0;
-  t.progress.state = stage::kBusy;  // kept: a failed close leaves the reader open
-  return report(kReader, code::close_failed, "Failed to close file");
-}
-
 // ---------------------------------------------------------------------------
 // Writer
 
-struct TiffWriter {
-  stage::Progress progress;  // idle, or 2 = header written and the file open
-  files::Stream stream;
+// Idle, or busy (2) with the header written and the file open.
+struct TiffWriter : files::Transfer {
   uint32_t line_bytes = 0;  // bytes a line in the file
   std::vector<uint8_t> row;
 };
@@ -423,15 +409,12 @@ TiffWriter& writer() {
   return state;
 }
 
-// Destroying every image ends both transfers and closes their files; what
-// the reader keeps between files stays.
-void forget_transfers() noexcept {
-  reader().progress = {};
-  reader().stream.discard();
-  writer().progress = {};
-  writer().stream.discard();
-}
-[[maybe_unused]] const bool registered = register_release(&forget_transfers);
+// Kept: a failed close leaves the reader busy, so that another command 4
+// can end it.  Destroying every image ends both runs; what the reader keeps
+// between files stays.
+constexpr files::Plan kReadPlan{
+    .function = kReader, .header_only = true, .ending = {.busy_after_failed_finish = true}};
+constexpr files::Plan kWritePlan{.function = kWriter};
 
 // The header, built whole and written at once.
 class HeaderBuilder {
@@ -540,18 +523,16 @@ uint32_t start_write(TiffWriter& w, uint32_t handle) {
   const Image& img = *find_image(handle);
   switch (img.format) {
     case PIX_BILEVEL: case PIX_Y8: case PIX_PALETTED: case PIX_RGB24: case PIX_CMYK32: case PIX_Y16: break;
-    default: return report(kWriter, code::unsupported | img.format, "Unsupported image format");
+    default: return report(kWriter, with_detail(code::unsupported, img.format), "Unsupported image format");
   }
   if (img.format == PIX_PALETTED && img.cmap_size != 256) {
-    return report(kWriter, code::unsupported | img.cmap_size, "Unsupported palette/colourmap size");
+    return report(kWriter, with_detail(code::unsupported, img.cmap_size), "Unsupported palette/colourmap size");
   }
-  w.progress.lines_done = 0;
-  if (!w.stream.open(img.out_filename, "wb", true)) return report(kWriter, code::open_failed, "Failed to create file");
+  if (uint32_t r = w.open_for_writing(kWriter, img.out_filename); is_error(r)) return r;
   const std::vector<uint8_t> header = build_header(img);
-  files::write_bytes(w.stream.get(), header);
+  files::write_bytes(w.file(), header);
   w.line_bytes = static_cast<uint32_t>(
       std::min<uint64_t>(img.format == PIX_Y16 ? 2ull * img.width : counted_line_bytes(img), 0xFFFFFFFFull));
-  w.progress.state = stage::kBusy;
   return 0;
 }
 
@@ -561,7 +542,7 @@ uint32_t write_1_strip(TiffWriter& w, const Image& img) {
   // Lines step by the image's own stride: the padding after a line is skipped.
   const uint64_t stride = img.format == PIX_BILEVEL ? bilevel_stride(img) : img.bytes_per_line;
   if (stride < w.line_bytes) return report(kWriterWorker, code::bad_image, "Corrupt image");
-  FILE* f = w.stream.get();
+  FILE* f = w.file();
   if (f == nullptr) return report(kWriterWorker, code::bad_state, "No TIFF file open");
   const std::size_t len = w.line_bytes;
   if (img.format == PIX_Y16) {
@@ -578,13 +559,6 @@ uint32_t write_1_strip(TiffWriter& w, const Image& img) {
   return 0;
 }
 
-uint32_t finish_write(TiffWriter& w) {
-  // A stream that failed while writing counts as a failed close.
-  const bool failed = w.stream.is_open() && std::ferror(w.stream.get()) != 0;
-  if (!w.stream.close() || failed) return report(kWriter, code::close_failed, "Failed to close file");
-  return 0;
-}
-
 }  // namespace
 
 extern "C" {
@@ -593,39 +567,24 @@ PIX_API uint32_t PIX_CALL PIX_read_TIFF_file(uint32_t handle, uint16_t command) 
   TiffReader& t = reader();
   Image* img = find_image(handle);
   if (img == nullptr) return report(kReader, code::bad_handle);
+  // A failed strip is passed on combined with what the reader had pending.
   uint32_t pending = code::bad_state;
-  if (t.progress.idle()) {
-    if (uint32_t r = HeaderReader(t, *img, handle).run(); is_error(r)) return r;
-    pending = kPendingAfterHeader;
-  }
-  if (command == stage::kNext && img->lines_this_strip == 0) return 0;  // the header only
-  bool strip_failed = false;
-  const uint32_t r = stage::advance(
-      t.progress, *img, command,
+  return t.run(
+      kReadPlan, handle, command,
       [&] {
-        const uint32_t s = read_1_strip(t, handle);
-        strip_failed = is_error(s);
-        return s;
+        pending = kPendingAfterHeader;
+        return HeaderReader(t, *img, handle).run();
       },
-      stage::Nothing{}, [&] { return finish_read(t); });
-  if (strip_failed) {
-    t.stream.discard();
-    t.progress.state = stage::kIdle;
-    return report(kReader, kPendingAfterHeader | pending);
-  }
-  return r;
+      [&]() -> uint32_t {
+        if (uint32_t r = read_1_strip(t, handle); is_error(r)) return t.stop(report(kReader, tag_module(pending)));
+        return 0;
+      });
 }
 
 PIX_API uint32_t PIX_CALL PIX_write_TIFF_file(uint32_t handle, uint16_t command) {
   TiffWriter& w = writer();
-  if (w.progress.idle()) {
-    if (uint32_t r = start_write(w, handle); is_error(r)) return r;
-  }
-  Image* img = find_image(handle);
-  if (img == nullptr) return report(kWriter, code::bad_handle);
-  return stage::advance(
-      w.progress, *img, command, [&] { return write_1_strip(w, *img); }, stage::Nothing{},
-      [&] { return finish_write(w); });
+  return w.run(kWritePlan, handle, command, [&] { return start_write(w, handle); },
+               [&] { return write_1_strip(w, *find_image(handle)); });
 }
 
 }  // extern "C"

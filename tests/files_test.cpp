@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <tuple>
 
 #include "core/image.h"
@@ -139,6 +140,38 @@ TEST_F(FilesTest, EveryWriterRefusesWhatItCannotWriteAndSkipsEmptyStrips) {
   for (int format : {0, 2, 4, 12, 200}) {  // codes with no writer
     expect_report(PIX_image_write(filled(PIX_Y8, 2, 2), 0, static_cast<uint16_t>(format), PIX_STRIP_NEXT),
                   "PIX_image_write", 0x10140000, "Unsupported/unrecognized image format");
+  }
+}
+
+TEST_F(FilesTest, EveryWriterFailsWhenItsBytesDoNotReachTheDisk) {
+  std::FILE* full = std::fopen("/dev/full", "wb");
+  if (full == nullptr) GTEST_SKIP() << "no /dev/full here";
+  std::fclose(full);
+  // A picture many times the stream buffer, in one strip and in strips of
+  // 16 lines: the writes fail on the way, and with these sizes they leave the
+  // close itself nothing to fail on.
+  const auto file = [](uint16_t file_format, uint32_t lines) -> std::function<uint32_t()> {
+    return [=] {
+      const uint32_t h = filled(PIX_RGB24, 720, 64);
+      const uint32_t r = write_strips(h, file_format, "/dev/full", lines);
+      // A strip may fail first (a seek behind lost bytes); ending the run still fails.
+      return PIX_IS_ERROR(r) && r != 0x10650000u ? PIX_image_write(h, 0, file_format, PIX_STRIP_FINISH) : r;
+    };
+  };
+  const std::pair<const char*, std::function<uint32_t()>> cases[] = {
+      {"PIX_write_BMP_file", file(PIX_FILE_BMP, 64)},  {"PIX_write_BMP_file", file(PIX_FILE_BMP, 16)},
+      {"PIX_write_TIFF_file", file(PIX_FILE_TIFF, 64)}, {"PIX_write_TIFF_file", file(PIX_FILE_TIFF, 16)},
+      {"PIX_write_TGA_file", file(PIX_FILE_TGA, 64)},  {"PIX_write_TGA_file", file(PIX_FILE_TGA, 16)},
+      {"PIX_write_EPS_file", file(PIX_FILE_EPS, 64)},  {"PIX_write_EPS_file", file(PIX_FILE_EPS, 16)},
+      {"PIX_write_raw_data", file(PIX_FILE_RAW, 64)},  {"PIX_write_raw_data", file(PIX_FILE_RAW, 16)},
+      {"PIX_image_conv_LUT_save", [] {
+         PIX_generate_YUV422_to_RGB16_LUT();
+         return PIX_image_conv_LUT_save(make_image(PIX_Y8, 2, 2), PIX_LUT_YUV422_TO_RGB16, "/dev/full");
+       }},
+  };
+  for (const auto& [function, write] : cases) {
+    SCOPED_TRACE(function);
+    expect_report(write(), function, 0x10650000, "Failed to close file");
   }
 }
 

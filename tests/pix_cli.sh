@@ -35,6 +35,14 @@ grep -q "^pixel format *rgb24$" "$dir/info.txt" || fail "info: pixel format"
 # Failures: the library's code on standard error and status 1; usage errors 2.
 if "$pix" convert "$dir/no-such-file.bmp" "$dir/x.bmp" 2> "$dir/err.txt"; then fail "a missing file succeeded"; fi
 grep -q "0x10640000" "$dir/err.txt" || fail "missing file: no status code in '$(cat "$dir/err.txt")'"
+# A disk that takes no bytes: every writer fails, and so does pix.
+if [ -e /dev/full ]; then
+  for ext in bmp tif tga eps raw; do
+    ln -sf /dev/full "$dir/full.$ext"
+    if "$pix" convert "$dir/demo/card_rgb24.bmp" "$dir/full.$ext" 2> "$dir/err.txt"; then fail "writing .$ext to a full disk succeeded"; fi
+    grep -q "status 0x106" "$dir/err.txt" || fail "full disk, .$ext: no status code in '$(cat "$dir/err.txt")'"
+  done
+fi
 set +e
 "$pix" convert only-one-file 2> /dev/null
 [ $? -eq 2 ] || fail "usage error: status not 2"
