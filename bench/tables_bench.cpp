@@ -62,13 +62,13 @@ std::size_t out_bytes(LutOut out) {
   }
 }
 
-// Arguments: layout, level (0 scalar, 1 sse2, 2 avx2), noise.
+// Arguments: layout, level (0 scalar, 1 sse2, 2 avx2, 3 avx512), noise.
 void BM_LutRow(benchmark::State& state) {
   const auto out = static_cast<LutOut>(state.range(0));
-  const auto level = static_cast<pix::cpu::Level>(state.range(1));
-  const auto row = level == pix::cpu::Level::scalar ? pix::convert::kernels::yuv_lut_row_scalar(out)
+  const auto level = static_cast<pix::simd::Level>(state.range(1));
+  const auto row = level == pix::simd::Level::scalar ? pix::convert::kernels::yuv_lut_row_scalar(out)
                                                     : pix::convert::kernels::yuv_lut_row_simd(out, level);
-  if (row == nullptr || !pix::cpu::supports(level)) {
+  if (row == nullptr || !pix::simd::supports(level)) {
     state.SkipWithError("no kernel at this level");
     return;
   }
@@ -84,7 +84,7 @@ void BM_LutRow(benchmark::State& state) {
 }
 BENCHMARK(BM_LutRow)
     ->ArgNames({"layout", "level", "noise"})
-    ->ArgsProduct({{0, 4, 6, 7}, {0, 2}, {0, 1}})
+    ->ArgsProduct({{0, 4, 6, 7}, {0, 2, 3}, {0, 1}})
     ->Unit(benchmark::kMillisecond);
 
 // The arithmetic decoder into RGBX32 and RGB24 on the same smooth frame.

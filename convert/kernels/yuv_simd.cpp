@@ -18,19 +18,11 @@
 // pair's chroma (U0 + U1) >> 1 is (u0 + u1 + 256) >> 1 in 16-bit lanes.
 #include "yuv.h"
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <immintrin.h>
-#endif
-
 namespace pix::convert::kernels {
 
-#if defined(__x86_64__) || defined(__i386__)
+#if PIX95_X86
 
 namespace {
-
-#define PIX95_SSE2 __attribute__((target("sse2")))
-#define PIX95_AVX2 __attribute__((target("avx2")))
-#define PIX95_INLINE inline __attribute__((always_inline))
 
 // Two int16 in one 32-bit lane: `lo` in bits 0-15, `hi` in bits 16-31.
 constexpr int32_t lanes(int lo, int hi) {
@@ -487,8 +479,9 @@ PIX95_AVX2 void encode_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs)
 
 }  // namespace
 
-YuvRow yuv422_row_simd(YuvOut out, cpu::Level level) noexcept {
-  if (level == cpu::Level::sse2) {
+YuvRow yuv422_row_simd(YuvOut out, simd::Level level) noexcept {
+  if (!simd::supports(level)) return nullptr;
+  if (level == simd::Level::sse2) {
     switch (out) {
       case YuvOut::rgbx32: return to32_sse2<YuvOut::rgbx32>;
       case YuvOut::bgrx32: return to32_sse2<YuvOut::bgrx32>;
@@ -501,7 +494,7 @@ YuvRow yuv422_row_simd(YuvOut out, cpu::Level level) noexcept {
       case YuvOut::y8: return to_y8_sse2;
     }
   }
-  if (level == cpu::Level::avx2) {
+  if (level == simd::Level::avx2) {
     switch (out) {
       case YuvOut::rgbx32: return to32_avx2<YuvOut::rgbx32>;
       case YuvOut::bgrx32: return to32_avx2<YuvOut::bgrx32>;
@@ -517,8 +510,9 @@ YuvRow yuv422_row_simd(YuvOut out, cpu::Level level) noexcept {
   return nullptr;
 }
 
-EncodeRow encode_row_simd(RgbIn in, cpu::Level level) noexcept {
-  if (level == cpu::Level::sse2) {
+EncodeRow encode_row_simd(RgbIn in, simd::Level level) noexcept {
+  if (!simd::supports(level)) return nullptr;
+  if (level == simd::Level::sse2) {
     switch (in) {
       case RgbIn::y8: return encode_sse2<RgbIn::y8>;
       case RgbIn::rgb24: return encode_sse2<RgbIn::rgb24>;
@@ -528,7 +522,7 @@ EncodeRow encode_row_simd(RgbIn in, cpu::Level level) noexcept {
       case RgbIn::xbgr32: return encode_sse2<RgbIn::xbgr32>;
     }
   }
-  if (level == cpu::Level::avx2) {
+  if (level == simd::Level::avx2) {
     switch (in) {
       case RgbIn::y8: return encode_avx2<RgbIn::y8>;
       case RgbIn::rgb24: return encode_avx2<RgbIn::rgb24>;
@@ -543,8 +537,8 @@ EncodeRow encode_row_simd(RgbIn in, cpu::Level level) noexcept {
 
 #else  // no x86 SIMD on this target
 
-YuvRow yuv422_row_simd(YuvOut, cpu::Level) noexcept { return nullptr; }
-EncodeRow encode_row_simd(RgbIn, cpu::Level) noexcept { return nullptr; }
+YuvRow yuv422_row_simd(YuvOut, simd::Level) noexcept { return nullptr; }
+EncodeRow encode_row_simd(RgbIn, simd::Level) noexcept { return nullptr; }
 
 #endif
 
