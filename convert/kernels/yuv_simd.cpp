@@ -18,6 +18,8 @@
 // pair's chroma (U0 + U1) >> 1 is (u0 + u1 + 256) >> 1 in 16-bit lanes.
 #include "yuv.h"
 
+#include <algorithm>
+
 namespace pix::convert::kernels {
 
 #if PIX95_X86
@@ -477,6 +479,98 @@ PIX95_AVX2 void encode_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs)
   encode_sse2<In>(src, dst, pairs - i);
 }
 
+
+// ===========================================================================
+// AVX-512 (F, BW, VL): 16 or 32 pairs per step; the rest goes to the AVX2 body.
+
+PIX95_AVX512 PIX95_INLINE __m512i load512(const uint8_t* p) { return _mm512_loadu_si512(p); }
+PIX95_AVX512 PIX95_INLINE void store512(uint8_t* p, __m512i v) { _mm512_storeu_si512(p, v); }
+// The zero-masking forms of permutes, broadcasts and narrowings stand in for
+// the plain ones, which GCC 12's headers write with a self-initialised operand
+// that -Wmaybe-uninitialized reports.
+constexpr __mmask32 kAll32 = 0xFFFFFFFF;
+constexpr __mmask16 kAll16 = 0xFFFF;
+constexpr __mmask8 kAll8 = 0xFF;
+
+// 64-bit eighths 0 4 1 5 2 6 3 7: in-lane unpacking then yields pixels in
+// order, the first half of the run in one result and the second in the other.
+PIX95_AVX512 PIX95_INLINE __m512i interleave_eighths(__m512i v) {
+  return _mm512_maskz_permutexvar_epi64(kAll8, _mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7), v);
+}
+
+struct Rgb32x {
+  __m512i r, g, b;
+};
+
+PIX95_AVX512 PIX95_INLINE Rgb32x decode(__m512i s) {
+  const __m512i y = _mm512_and_si512(s, _mm512_set1_epi16(0x00FF));
+  const __m512i uv = _mm512_sub_epi16(_mm512_and_si512(_mm512_srli_epi16(s, 2), _mm512_set1_epi16(0x3FC0)),
+                                      _mm512_set1_epi16(0x2000));
+  const __m512i upper =
+      _mm512_maskz_broadcast_i32x4(kAll16, _mm_setr_epi8(2, 3, 2, 3, 6, 7, 6, 7, 10, 11, 10, 11, 14, 15, 14, 15));
+  return {_mm512_add_epi16(y, _mm512_shuffle_epi8(_mm512_madd_epi16(uv, _mm512_set1_epi32(kTermR)), upper)),
+          _mm512_add_epi16(y, _mm512_shuffle_epi8(_mm512_madd_epi16(uv, _mm512_set1_epi32(kTermG)), upper)),
+          _mm512_add_epi16(y, _mm512_shuffle_epi8(_mm512_madd_epi16(uv, _mm512_set1_epi32(kTermB)), upper))};
+}
+
+template <int C>
+PIX95_AVX512 PIX95_INLINE __m512i channel(const Rgb32x& p) {
+  if constexpr (C == 0) return p.r;
+  if constexpr (C == 1) return p.g;
+  if constexpr (C == 2) return p.b;
+  return _mm512_setzero_si512();
+}
+
+// 32 pixels decoded from eighths 0 4 1 5 2 6 3 7 of 16 pairs, as 4-byte
+// pixels 0-15 and 16-31.
+template <YuvOut Out>
+PIX95_AVX512 PIX95_INLINE void four_byte_pixels(const Rgb32x& p, __m512i& first, __m512i& second) {
+  constexpr Order o = order<Out>();
+  const __m512i p02 = _mm512_packus_epi16(channel<o.b0>(p), channel<o.b2>(p));
+  const __m512i p13 = _mm512_packus_epi16(channel<o.b1>(p), channel<o.b3>(p));
+  const __m512i w01 = _mm512_unpacklo_epi8(p02, p13);
+  const __m512i w23 = _mm512_unpackhi_epi8(p02, p13);
+  first = _mm512_unpacklo_epi16(w01, w23);
+  second = _mm512_unpackhi_epi16(w01, w23);
+}
+
+// The colour bytes of 4-byte pixels, as a store mask: the unused byte is
+// left alone by the store itself, so the destination is never read.
+template <YuvOut Out>
+constexpr __mmask64 colour_bytes() {
+  return order<Out>().b0 == 3 ? 0xEEEEEEEEEEEEEEEEull : 0x7777777777777777ull;
+}
+
+template <YuvOut Out>
+PIX95_AVX512 void to32_avx512(const uint8_t* src, uint8_t* dst, std::size_t pairs) {
+  constexpr __mmask64 colour = colour_bytes<Out>();
+  std::size_t i = 0;
+  for (; i + 16 <= pairs; i += 16, src += 64, dst += 128) {
+    __m512i a, b;
+    four_byte_pixels<Out>(decode(interleave_eighths(load512(src))), a, b);
+    _mm512_mask_storeu_epi8(dst, colour, a);
+    _mm512_mask_storeu_epi8(dst + 64, colour, b);
+  }
+  to32_avx2<Out>(src, dst, pairs - i);
+}
+
+PIX95_AVX512 void to_y8_avx512(const uint8_t* src, uint8_t* dst, std::size_t pairs) {
+  std::size_t i = 0;
+  // Pairs up to the first 64-byte boundary of the destination, so that the
+  // stores of the body never split a cache line.
+  const std::size_t head = std::min(pairs, ((64 - reinterpret_cast<uintptr_t>(dst) % 64) % 64) / 2);
+  if (head != 0) {
+    rest(YuvOut::y8, src, dst, head);
+    i += head, src += 4 * head, dst += 2 * head;
+  }
+  for (; i + 32 <= pairs; i += 32, src += 128, dst += 64) {
+    // Each 16-bit lane's low byte is a Y: narrowed, two runs of 32.
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), _mm512_maskz_cvtepi16_epi8(kAll32, load512(src)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 32), _mm512_maskz_cvtepi16_epi8(kAll32, load512(src + 64)));
+  }
+  to_y8_avx2(src, dst, pairs - i);
+}
+
 }  // namespace
 
 YuvRow yuv422_row_simd(YuvOut out, simd::Level level) noexcept {
@@ -505,6 +599,16 @@ YuvRow yuv422_row_simd(YuvOut out, simd::Level level) noexcept {
       case YuvOut::rgb16: return to16_avx2<YuvOut::rgb16>;
       case YuvOut::rgb15: return to16_avx2<YuvOut::rgb15>;
       case YuvOut::y8: return to_y8_avx2;
+    }
+  }
+  if (level == simd::Level::avx512) {
+    switch (out) {
+      case YuvOut::rgbx32: return to32_avx512<YuvOut::rgbx32>;
+      case YuvOut::bgrx32: return to32_avx512<YuvOut::bgrx32>;
+      case YuvOut::xbgr32: return to32_avx512<YuvOut::xbgr32>;
+      case YuvOut::xrgb32: return to32_avx512<YuvOut::xrgb32>;
+      case YuvOut::y8: return to_y8_avx512;
+      default: return nullptr;
     }
   }
   return nullptr;
