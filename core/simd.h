@@ -11,7 +11,18 @@
 
 #if defined(__x86_64__) || defined(__i386__)
 #define PIX95_X86 1
+// GCC 12's AVX-512 intrinsics give their unused operand a self-initialised
+// vector, which -W(maybe-)uninitialized reports in every kernel they are
+// inlined into; the warnings are silenced for those headers alone.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #include <immintrin.h>
+#pragma GCC diagnostic pop
+#else
+#include <immintrin.h>
+#endif
 #define PIX95_SSE2 __attribute__((target("sse2")))
 #define PIX95_AVX2 __attribute__((target("avx2")))
 #define PIX95_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl")))

@@ -142,8 +142,10 @@ TEST(YuvSimdKernels, EncodeEveryColour) {
   }
 }
 
-// Rows of every length from 0 to 70 pairs, random bytes in (from a misaligned
-// start) and random bytes already in the destination.
+// Rows of every length from 0 to 140 pairs (past two of the widest steps and
+// the longest alignment head, with every tail), random bytes in (from a
+// misaligned start) and random bytes already in the destination, which starts
+// at any offset within a cache line.
 TEST(YuvSimdKernels, RowsOfEveryLength) {
   if (levels().empty()) GTEST_SKIP() << "no SIMD level on this processor";
   std::mt19937 rng(20240611);
@@ -152,14 +154,14 @@ TEST(YuvSimdKernels, RowsOfEveryLength) {
     for (auto& x : b) x = uint8_t(rng());
     return b;
   };
-  for (std::size_t pairs = 0; pairs <= 70; ++pairs) {
+  for (std::size_t pairs = 0; pairs <= 140; ++pairs) {
     for (int rep = 0; rep < 4; ++rep) {
       for (std::size_t i = 0; i < std::size(kDecodedBytes) + std::size(kEncoders); ++i) {
         const bool decode = i < std::size(kDecodedBytes);
         const std::size_t layout = decode ? i : i - std::size(kDecodedBytes);
         const std::size_t in = decode ? 4 : 2 * kEncoders[layout].bytes, out = decode ? 2 * kDecodedBytes[i] : 4;
         const std::size_t in_off = rng() % 4;
-        const Bytes src = random_bytes(in_off + in * pairs), before = random_bytes(rng() % 4 + out * pairs + kGuard);
+        const Bytes src = random_bytes(in_off + in * pairs), before = random_bytes(rng() % 64 + out * pairs + kGuard);
         const Row scalar = decode ? yuv422_row_scalar(YuvOut(layout)) : encode_row_scalar(kEncoders[layout].in);
         ASSERT_TRUE(same_as_scalar(scalar, decode ? decoder : encoder, layout, src.data() + in_off, pairs, out * pairs, before))
             << (decode ? "decoder " : "encoder ") << layout;
