@@ -99,7 +99,8 @@ const int kRegistered = [] {
       if (k::direct_row_scalar(from, to) == nullptr) continue;
       const std::string pair = std::string("BM_Row/") + kNames[f] + "_to_" + kNames[t];
       benchmark::RegisterBenchmark((pair + "/scalar").c_str(), BM_Row, k::direct_row_scalar(from, to));
-      for (auto [level, name] : {std::pair{pix::cpu::Level::sse2, "sse2"}, std::pair{pix::cpu::Level::avx2, "avx2"}}) {
+      for (auto [level, name] : {std::pair{pix::simd::Level::sse2, "sse2"}, std::pair{pix::simd::Level::avx2, "avx2"},
+                                 std::pair{pix::simd::Level::avx512, "avx512"}}) {
         if (k::DirectRow simd = k::direct_row_simd(from, to, level)) {
           benchmark::RegisterBenchmark((pair + "/" + name).c_str(), BM_Row, simd);
         }

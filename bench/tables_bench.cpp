@@ -65,10 +65,10 @@ std::size_t out_bytes(LutOut out) {
 // Arguments: layout, level (0 scalar, 1 sse2, 2 avx2), noise.
 void BM_LutRow(benchmark::State& state) {
   const auto out = static_cast<LutOut>(state.range(0));
-  const auto level = static_cast<pix::cpu::Level>(state.range(1));
-  const auto row = level == pix::cpu::Level::scalar ? pix::convert::kernels::yuv_lut_row_scalar(out)
+  const auto level = static_cast<pix::simd::Level>(state.range(1));
+  const auto row = level == pix::simd::Level::scalar ? pix::convert::kernels::yuv_lut_row_scalar(out)
                                                     : pix::convert::kernels::yuv_lut_row_simd(out, level);
-  if (row == nullptr || !pix::cpu::supports(level)) {
+  if (row == nullptr || !pix::simd::supports(level)) {
     state.SkipWithError("no kernel at this level");
     return;
   }

@@ -15,7 +15,7 @@
 namespace {
 
 using pix::convert::kernels::Direct;
-using pix::cpu::Level;
+using pix::simd::Level;
 using Bytes = std::vector<uint8_t>;
 namespace k = pix::convert::kernels;
 
@@ -68,7 +68,7 @@ constexpr Direct kLayouts[] = {Direct::y8,     Direct::y16,    Direct::rgb8,   D
 
 std::vector<Level> levels() {
   std::vector<Level> list{Level::scalar};
-  for (Level l : {Level::sse2, Level::avx2}) if (pix::cpu::supports(l)) list.push_back(l);
+  for (Level l : {Level::sse2, Level::avx2, Level::avx512}) if (pix::simd::supports(l)) list.push_back(l);
   return list;
 }
 k::DirectRow kernel_at(Level level, Direct from, Direct to) {

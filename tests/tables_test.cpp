@@ -140,7 +140,7 @@ TEST_F(TablesTest, YuvTablesAndRowKernelsGiveTheColourOfEveryQuantisedYuvTriple)
         const int i = out == LutOut::paletted ? y / 8 * 1024 + u / 8 * 32 + v / 8 : y / 2 * 4096 + u / 4 * 64 + v / 4;
         if (!std::equal(&ref[p * n], &ref[p * n] + n, &want[l][i * n])) FAIL() << l << " " << y << " " << u << " " << v;
       }
-      for (auto level : {pix::cpu::Level::sse2, pix::cpu::Level::avx2}) {
+      for (auto level : {pix::simd::Level::sse2, pix::simd::Level::avx2, pix::simd::Level::avx512}) {
         const LutRow row = yuv_lut_row_simd(out, level);
         if (row == nullptr) continue;
         const std::size_t pairs = kPairs - u % 16;

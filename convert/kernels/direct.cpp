@@ -193,11 +193,17 @@ DirectRow direct_row_scalar(Direct from, Direct to) noexcept {
   return f < kDirectLayouts && t < kDirectLayouts ? kScalar[f][t] : nullptr;
 }
 
+// Chosen once for every pair, at the first conversion.
 DirectRow direct_row(Direct from, Direct to) noexcept {
-  for (cpu::Level l = cpu::best(); l != cpu::Level::scalar; l = static_cast<cpu::Level>(static_cast<int>(l) - 1)) {
-    if (DirectRow r = direct_row_simd(from, to, l)) return r;
-  }
-  return direct_row_scalar(from, to);
+  static const auto chosen = simd::choose<DirectRow, kDirectLayouts * kDirectLayouts>(
+      [](std::size_t i, simd::Level l) {
+        return direct_row_simd(static_cast<Direct>(i / kDirectLayouts), static_cast<Direct>(i % kDirectLayouts), l);
+      },
+      [](std::size_t i) {
+        return direct_row_scalar(static_cast<Direct>(i / kDirectLayouts), static_cast<Direct>(i % kDirectLayouts));
+      });
+  const auto f = static_cast<std::size_t>(from), t = static_cast<std::size_t>(to);
+  return f < kDirectLayouts && t < kDirectLayouts ? chosen[f * kDirectLayouts + t] : nullptr;
 }
 
 PaletteRow palette_row(PaletteOut out) noexcept {

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/cpu.h"
+#include "core/simd.h"
 #include "pix95.h"
 
 namespace pix::convert::kernels {
@@ -51,7 +51,7 @@ constexpr unsigned direct_bytes(Direct l) {
 using DirectRow = void (*)(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift);
 
 DirectRow direct_row_scalar(Direct from, Direct to) noexcept;                // null: no such pair
-DirectRow direct_row_simd(Direct from, Direct to, cpu::Level level) noexcept;  // null: no kernel at that level
+DirectRow direct_row_simd(Direct from, Direct to, simd::Level level) noexcept;  // null: no kernel at that level
 DirectRow direct_row(Direct from, Direct to) noexcept;                       // the fastest this processor runs
 
 // Paletted bytes looked up in a 256-entry colour map: grey takes the entry's

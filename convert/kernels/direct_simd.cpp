@@ -6,17 +6,10 @@
 #include <array>
 #include <utility>
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <immintrin.h>
-#endif
-
 namespace pix::convert::kernels {
 
-#if defined(__x86_64__) || defined(__i386__)
+#if PIX95_X86
 namespace {
-
-#define PIX_SSE2 __attribute__((target("sse2")))
-#define PIX_AVX2 __attribute__((target("avx2")))
 
 // Grey weight of the byte at `pos` of a pixel (0 for the unused byte).
 constexpr int weight_at(Places p, int pos) { return pos == p.r ? 77 : pos == p.g ? 150 : pos == p.b ? 29 : 0; }
@@ -35,7 +28,7 @@ inline void finish_scalar(Direct from, Direct to, const uint8_t* src, uint8_t* d
 // and weighs 0) to four 32-bit lanes of 256 * grey + remainder, exactly the
 // sum the scalar formula shifts.
 template <Direct L>
-PIX_SSE2 inline __m128i weigh4_sse2(__m128i v) {
+PIX95_SSE2 inline __m128i weigh4_sse2(__m128i v) {
   constexpr Places p = places(L);
   const __m128i even = _mm_and_si128(v, _mm_set1_epi32(0x00FF00FF));
   const __m128i odd = _mm_srli_epi16(v, 8);
@@ -44,14 +37,14 @@ PIX_SSE2 inline __m128i weigh4_sse2(__m128i v) {
   return _mm_add_epi32(_mm_madd_epi16(even, we), _mm_madd_epi16(odd, wo));
 }
 
-PIX_SSE2 inline __m128i pack_grey16_sse2(__m128i a, __m128i b, __m128i c, __m128i d) {
+PIX95_SSE2 inline __m128i pack_grey16_sse2(__m128i a, __m128i b, __m128i c, __m128i d) {
   const __m128i ab = _mm_packs_epi32(_mm_srli_epi32(a, 8), _mm_srli_epi32(b, 8));
   const __m128i cd = _mm_packs_epi32(_mm_srli_epi32(c, 8), _mm_srli_epi32(d, 8));
   return _mm_packus_epi16(ab, cd);
 }
 
 // Four 3-byte pixels (12 of the 16 bytes loaded) spread to 4-byte lanes.
-PIX_SSE2 inline __m128i spread3_sse2(const uint8_t* p) {
+PIX95_SSE2 inline __m128i spread3_sse2(const uint8_t* p) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
   const __m128i ab = _mm_unpacklo_epi32(v, _mm_srli_si128(v, 3));
   const __m128i cd = _mm_unpacklo_epi32(_mm_srli_si128(v, 6), _mm_srli_si128(v, 9));
@@ -59,7 +52,7 @@ PIX_SSE2 inline __m128i spread3_sse2(const uint8_t* p) {
 }
 
 template <Direct L>
-PIX_SSE2 void grey_from_rgb_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned) {
+PIX95_SSE2 void grey_from_rgb_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned) {
   constexpr std::size_t bytes = direct_bytes(L);
   std::size_t i = 0;
   if constexpr (bytes == 4) {
@@ -85,7 +78,7 @@ PIX_SSE2 void grey_from_rgb_sse2(const uint8_t* src, uint8_t* dst, std::size_t p
 // sources are left to the compiler's vectorisation of the scalar loop, which
 // does as well as SSE2 by hand.
 template <Direct L>
-PIX_SSE2 void grey_from_words_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift) {
+PIX95_SSE2 void grey_from_words_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift) {
   const __m128i count = _mm_cvtsi32_si128(static_cast<int>(shift));
   const __m128i ff = _mm_set1_epi16(0xFF);
   std::size_t i = 0;
@@ -107,7 +100,7 @@ PIX_SSE2 void grey_from_words_sse2(const uint8_t* src, uint8_t* dst, std::size_t
 // Grey to 32-bit: three copies of the grey and a zero byte; XRGB32 keeps the
 // destination's byte 0.
 template <Direct T>
-PIX_SSE2 inline void put_grey4_sse2(__m128i* out, __m128i ggg0) {
+PIX95_SSE2 inline void put_grey4_sse2(__m128i* out, __m128i ggg0) {
   if constexpr (T == Direct::rgbx32 || T == Direct::bgrx32) {
     _mm_storeu_si128(out, ggg0);
   } else if constexpr (T == Direct::xbgr32) {
@@ -119,7 +112,7 @@ PIX_SSE2 inline void put_grey4_sse2(__m128i* out, __m128i ggg0) {
 }
 
 template <Direct T>
-PIX_SSE2 void y8_to_32_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned) {
+PIX95_SSE2 void y8_to_32_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned) {
   const __m128i zero = _mm_setzero_si128();
   std::size_t i = 0;
   for (; pixels - i >= 16; i += 16) {
@@ -143,7 +136,7 @@ PIX_SSE2 void y8_to_32_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels
 // 128-bit lane) into R G B G, for weights 77, 51 | 29, 99: both pair sums
 // stay within a signed 16-bit word, and 51 + 99 is green's 150.
 template <Direct L>
-PIX_AVX2 inline __m256i rgbg_control() {
+PIX95_AVX2 inline __m256i rgbg_control() {
   constexpr Places p = places(L);
   constexpr int n = static_cast<int>(direct_bytes(L));
   alignas(16) static constexpr int8_t c[16] = {
@@ -157,25 +150,25 @@ PIX_AVX2 inline __m256i rgbg_control() {
 }
 
 // Eight pixels (R G B G each) to eight 32-bit lanes of 256 * grey + remainder.
-PIX_AVX2 inline __m256i weigh8_avx2(__m256i rgbg) {
+PIX95_AVX2 inline __m256i weigh8_avx2(__m256i rgbg) {
   const __m256i pairs = _mm256_maddubs_epi16(rgbg, _mm256_set1_epi32(77 | (51 << 8) | (29 << 16) | (99 << 24)));
   return _mm256_madd_epi16(pairs, _mm256_set1_epi16(1));
 }
 
-PIX_AVX2 inline __m256i pack_grey32_avx2(__m256i a, __m256i b, __m256i c, __m256i d) {
+PIX95_AVX2 inline __m256i pack_grey32_avx2(__m256i a, __m256i b, __m256i c, __m256i d) {
   const __m256i ab = _mm256_srli_epi16(_mm256_packus_epi32(a, b), 8);
   const __m256i cd = _mm256_srli_epi16(_mm256_packus_epi32(c, d), 8);
   return _mm256_permutevar8x32_epi32(_mm256_packus_epi16(ab, cd), _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
 }
 
 // Eight 3-byte pixels: four from each of two 16-byte loads 12 bytes apart.
-PIX_AVX2 inline __m256i load3x8_avx2(const uint8_t* p) {
+PIX95_AVX2 inline __m256i load3x8_avx2(const uint8_t* p) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))),
                                  _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 12)), 1);
 }
 
 template <Direct L>
-PIX_AVX2 void grey_from_rgb_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned) {
+PIX95_AVX2 void grey_from_rgb_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned) {
   constexpr std::size_t bytes = direct_bytes(L);
   const __m256i control = rgbg_control<L>();
   std::size_t i = 0;
@@ -196,7 +189,7 @@ PIX_AVX2 void grey_from_rgb_avx2(const uint8_t* src, uint8_t* dst, std::size_t p
 }
 
 template <Direct L>
-PIX_AVX2 inline __m256i grey16_from_words_avx2(__m256i w) {
+PIX95_AVX2 inline __m256i grey16_from_words_avx2(__m256i w) {
   const __m256i ff = _mm256_set1_epi16(0xFF);
   __m256i r, g;
   if constexpr (L == Direct::rgb16) {
@@ -214,7 +207,7 @@ PIX_AVX2 inline __m256i grey16_from_words_avx2(__m256i w) {
 }
 
 template <Direct L>
-PIX_AVX2 void grey_from_words_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift) {
+PIX95_AVX2 void grey_from_words_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift) {
   const __m128i count = _mm_cvtsi32_si128(static_cast<int>(shift));
   const __m256i ff = _mm256_set1_epi16(0xFF);
   std::size_t i = 0;
@@ -250,12 +243,12 @@ constexpr bool channel_layout(Direct l) {
 constexpr Places lane_places(Direct from) { return direct_bytes(from) >= 3 ? places(from) : Places{0, 1, 2}; }
 
 // A shuffle control repeated in both 128-bit lanes.
-PIX_AVX2 inline __m256i control(const int8_t (&c)[16]) {
+PIX95_AVX2 inline __m256i control(const int8_t (&c)[16]) {
   return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(c)));
 }
 
 template <Direct F>
-PIX_AVX2 inline __m256i lanes8(const uint8_t* p, __m128i count) {
+PIX95_AVX2 inline __m256i lanes8(const uint8_t* p, __m128i count) {
   if constexpr (direct_bytes(F) == 4) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
   } else if constexpr (direct_bytes(F) == 3) {
@@ -304,7 +297,7 @@ constexpr std::array<int8_t, 16> placing(Places at) {
 }
 
 template <Direct T>
-PIX_AVX2 inline __m256i word8(__m256i v, Places at) {
+PIX95_AVX2 inline __m256i word8(__m256i v, Places at) {
   // Each channel to the low byte of its lane, then the 5-6-5 or 5-5-5 fields.
   const __m256i ff = _mm256_set1_epi32(0xFF);
   const __m128i sr = _mm_cvtsi32_si128(static_cast<int>(8 * at.r)), sg = _mm_cvtsi32_si128(static_cast<int>(8 * at.g)),
@@ -326,7 +319,7 @@ PIX_AVX2 inline __m256i word8(__m256i v, Places at) {
 }
 
 template <Direct F, Direct T>
-PIX_AVX2 void between_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift) {
+PIX95_AVX2 void between_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift) {
   constexpr std::size_t in = direct_bytes(F), out = direct_bytes(T);
   constexpr Places at = lane_places(F);
   static constexpr std::array<int8_t, 16> kPlace = placing<T>(at);
@@ -370,7 +363,7 @@ PIX_AVX2 void between_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels,
 // pixels a 16-byte shuffle.  Each store runs 4 bytes into the next pixels'
 // place with their bytes as loaded, and the next store overwrites them, so
 // the kernel also works in place.
-PIX_AVX2 void swap24_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift) {
+PIX95_AVX2 void swap24_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift) {
   const __m128i swap = _mm_setr_epi8(2, 1, 0, 5, 4, 3, 8, 7, 6, 11, 10, 9, 12, 13, 14, 15);
   std::size_t i = 0;
   // 16 pixels a round; the last load and store reach 4 bytes past them.
@@ -409,12 +402,12 @@ constexpr std::array<Row, kDirectLayouts> kBetweenAvx2 = between_table(std::make
 
 }  // namespace
 
-DirectRow direct_row_simd(Direct from, Direct to, cpu::Level level) noexcept {
+DirectRow direct_row_simd(Direct from, Direct to, simd::Level level) noexcept {
   if (static_cast<std::size_t>(from) >= kDirectLayouts || static_cast<std::size_t>(to) >= kDirectLayouts ||
-      !cpu::supports(level)) {
+      !simd::supports(level)) {
     return nullptr;
   }
-  if (level == cpu::Level::sse2) {
+  if (level == simd::Level::sse2) {
     if (to == Direct::y8) {
       switch (from) {
         case Direct::rgb24: return grey_from_rgb_sse2<Direct::rgb24>;
@@ -438,7 +431,7 @@ DirectRow direct_row_simd(Direct from, Direct to, cpu::Level level) noexcept {
     }
     return nullptr;
   }
-  if (level == cpu::Level::avx2) {
+  if (level == simd::Level::avx2) {
     if (to == Direct::y8) {
       switch (from) {
         case Direct::rgb24: return grey_from_rgb_avx2<Direct::rgb24>;
@@ -463,7 +456,7 @@ DirectRow direct_row_simd(Direct from, Direct to, cpu::Level level) noexcept {
 
 #else
 
-DirectRow direct_row_simd(Direct, Direct, cpu::Level) noexcept { return nullptr; }
+DirectRow direct_row_simd(Direct, Direct, simd::Level) noexcept { return nullptr; }
 
 #endif
 

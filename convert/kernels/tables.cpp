@@ -146,8 +146,12 @@ LutRow yuv_lut_row_scalar(LutOut out) noexcept {
 }
 
 LutRow yuv_lut_row(LutOut out) noexcept {
-  if (LutRow simd = yuv_lut_row_simd(out, cpu::best())) return simd;
-  return yuv_lut_row_scalar(out);
+  constexpr std::size_t kLayouts = static_cast<std::size_t>(LutOut::paletted) + 1;
+  static const auto chosen = simd::choose<LutRow, kLayouts>(
+      [](std::size_t i, simd::Level l) { return yuv_lut_row_simd(static_cast<LutOut>(i), l); },
+      [](std::size_t i) { return yuv_lut_row_scalar(static_cast<LutOut>(i)); });
+  const auto i = static_cast<std::size_t>(out);
+  return i < kLayouts ? chosen[i] : nullptr;
 }
 
 void paletted_from_bytes(const uint8_t* src, uint8_t* dst, std::size_t pixels, const uint8_t* table) noexcept {

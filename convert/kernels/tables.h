@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "convert/pixel_math.h"
-#include "core/cpu.h"
+#include "core/simd.h"
 #include "pix95.h"
 
 namespace pix::convert::kernels {
@@ -58,7 +58,7 @@ enum class LutOut { rgbx32, bgrx32, xbgr32, xrgb32, rgb24, bgr24, word16, palett
 using LutRow = void (*)(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint8_t* table);
 
 LutRow yuv_lut_row_scalar(LutOut out) noexcept;                // the reference
-LutRow yuv_lut_row_simd(LutOut out, cpu::Level level) noexcept;  // null: no kernel at that level
+LutRow yuv_lut_row_simd(LutOut out, simd::Level level) noexcept;  // null: no kernel at that level
 LutRow yuv_lut_row(LutOut out) noexcept;                       // the fastest this processor runs
 
 // Paletted through a byte table: a Y8 byte per pixel, or a little-endian

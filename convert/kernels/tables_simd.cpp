@@ -5,21 +5,16 @@
 
 #include <cstring>
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <immintrin.h>
-#endif
-
 namespace pix::convert::kernels {
 
-#if defined(__x86_64__) || defined(__i386__)
+#if PIX95_X86
 namespace {
 
-#define PIX_AVX2 __attribute__((target("avx2")))
 
 // The 19-bit indices of the left and right pixels of eight pairs: the
 // chroma half (U >> 2) << 6 | V >> 2 once, then Y0 >> 1 and Y1 >> 1 placed
 // at bit 12.
-PIX_AVX2 inline void yuv19_indices(__m256i d, __m256i& left, __m256i& right) {
+PIX95_AVX2 inline void yuv19_indices(__m256i d, __m256i& left, __m256i& right) {
   const __m256i chroma = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(d, 4), _mm256_set1_epi32(0xFC0)),
                                          _mm256_srli_epi32(d, 26));
   const __m256i y_mask = _mm256_set1_epi32(0x7F000);
@@ -27,14 +22,14 @@ PIX_AVX2 inline void yuv19_indices(__m256i d, __m256i& left, __m256i& right) {
   right = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(d, 5), y_mask), chroma);
 }
 
-PIX_AVX2 inline __m256i gather_words(const uint8_t* table, __m256i index) {
+PIX95_AVX2 inline __m256i gather_words(const uint8_t* table, __m256i index) {
   return _mm256_and_si256(_mm256_i32gather_epi32(reinterpret_cast<const int*>(table), index, 2),
                           _mm256_set1_epi32(0xFFFF));
 }
 
 // Moves `v` left by `n` bits (right when `n` is negative).
 template <int N>
-PIX_AVX2 inline __m256i shift(__m256i v) {
+PIX95_AVX2 inline __m256i shift(__m256i v) {
   if constexpr (N >= 0) return _mm256_slli_epi32(v, N);
   else return _mm256_srli_epi32(v, -N);
 }
@@ -42,7 +37,7 @@ PIX_AVX2 inline __m256i shift(__m256i v) {
 // RGB16 words (one a lane) to pixels with R = w >> 8, G = (w >> 3) & 0xFF,
 // B = (w << 3) & 0xFF at byte offsets Ro, Go, Bo of the 32-bit lane.
 template <int Ro, int Go, int Bo>
-PIX_AVX2 inline __m256i expand(__m256i w) {
+PIX95_AVX2 inline __m256i expand(__m256i w) {
   const __m256i r = _mm256_and_si256(shift<8 * Ro - 8>(w), _mm256_set1_epi32(static_cast<int>(0xFFu << (8 * Ro))));
   const __m256i g = _mm256_and_si256(shift<8 * Go - 3>(w), _mm256_set1_epi32(static_cast<int>(0xFFu << (8 * Go))));
   const __m256i b = _mm256_and_si256(shift<8 * Bo + 3>(w), _mm256_set1_epi32(static_cast<int>(0xFFu << (8 * Bo))));
@@ -51,7 +46,7 @@ PIX_AVX2 inline __m256i expand(__m256i w) {
 
 // Left and right pixels of pairs 0-7 (one pair a lane) in memory order:
 // pairs 0-3, then pairs 4-7.
-PIX_AVX2 inline void interleave(__m256i left, __m256i right, __m256i& first, __m256i& second) {
+PIX95_AVX2 inline void interleave(__m256i left, __m256i right, __m256i& first, __m256i& second) {
   const __m256i lo = _mm256_unpacklo_epi32(left, right), hi = _mm256_unpackhi_epi32(left, right);
   first = _mm256_permute2x128_si256(lo, hi, 0x20);
   second = _mm256_permute2x128_si256(lo, hi, 0x31);
@@ -60,7 +55,7 @@ PIX_AVX2 inline void interleave(__m256i left, __m256i right, __m256i& first, __m
 // 32-bit layouts: the unused byte at offset Xo keeps what the strip holds
 // (it is read and written back unchanged).
 template <int Ro, int Go, int Bo, int Xo>
-PIX_AVX2 void expand32_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint8_t* table) {
+PIX95_AVX2 void expand32_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint8_t* table) {
   const __m256i keep = _mm256_set1_epi32(static_cast<int>(0xFFu << (8 * Xo)));
   std::size_t i = 0;
   for (; i + 8 <= pairs; i += 8, src += 32, dst += 64) {
@@ -81,7 +76,7 @@ PIX_AVX2 void expand32_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs,
 
 // 24-bit layouts: four pixels of each 128-bit half packed to 12 bytes.
 template <int Ro, int Go, int Bo>
-PIX_AVX2 void expand24_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint8_t* table) {
+PIX95_AVX2 void expand24_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint8_t* table) {
   const __m256i pack = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,  //
                                         0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
   std::size_t i = 0;
@@ -105,7 +100,7 @@ PIX_AVX2 void expand24_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs,
   yuv_lut_row_scalar(Ro == 0 ? LutOut::rgb24 : LutOut::bgr24)(src, dst, pairs - i, table);
 }
 
-PIX_AVX2 void word16_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint8_t* table) {
+PIX95_AVX2 void word16_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint8_t* table) {
   std::size_t i = 0;
   for (; i + 8 <= pairs; i += 8, src += 32, dst += 32) {
     __m256i left, right;
@@ -117,7 +112,7 @@ PIX_AVX2 void word16_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs, c
   yuv_lut_row_scalar(LutOut::word16)(src, dst, pairs - i, table);
 }
 
-PIX_AVX2 void paletted_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint8_t* table) {
+PIX95_AVX2 void paletted_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs, const uint8_t* table) {
   const __m256i byte = _mm256_set1_epi32(0xFF);
   std::size_t i = 0;
   for (; i + 8 <= pairs; i += 8, src += 32, dst += 16) {
@@ -137,12 +132,10 @@ PIX_AVX2 void paletted_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs,
   yuv_lut_row_scalar(LutOut::paletted)(src, dst, pairs - i, table);
 }
 
-#undef PIX_AVX2
-
 }  // namespace
 
-LutRow yuv_lut_row_simd(LutOut out, cpu::Level level) noexcept {
-  if (level != cpu::Level::avx2 || !cpu::supports(level)) return nullptr;
+LutRow yuv_lut_row_simd(LutOut out, simd::Level level) noexcept {
+  if (level != simd::Level::avx2 || !simd::supports(level)) return nullptr;
   switch (out) {
     case LutOut::rgbx32: return expand32_avx2<0, 1, 2, 3>;
     case LutOut::bgrx32: return expand32_avx2<2, 1, 0, 3>;
@@ -158,7 +151,7 @@ LutRow yuv_lut_row_simd(LutOut out, cpu::Level level) noexcept {
 
 #else
 
-LutRow yuv_lut_row_simd(LutOut, cpu::Level) noexcept { return nullptr; }
+LutRow yuv_lut_row_simd(LutOut, simd::Level) noexcept { return nullptr; }
 
 #endif
 

@@ -2,8 +2,6 @@
 // fastest kernel this processor runs.
 #include "yuv.h"
 
-#include <array>
-
 #include "convert/pixel_math.h"
 
 namespace pix::convert::kernels {
@@ -120,30 +118,20 @@ EncodeRow encode_row_scalar(RgbIn in) noexcept {
   return nullptr;
 }
 
-// The choice is made once: the processor does not change under a running
-// program, and PIX95_SIMD is read at the first conversion.
+// The choice is made once, at the first conversion: the processor does not
+// change under a running program.
 YuvRow yuv422_row(YuvOut out) noexcept {
-  static const std::array<YuvRow, kYuvLayouts> chosen = [] {
-    std::array<YuvRow, kYuvLayouts> t{};
-    for (std::size_t i = 0; i < kYuvLayouts; ++i) {
-      t[i] = yuv422_row_simd(static_cast<YuvOut>(i), cpu::best());
-      if (t[i] == nullptr) t[i] = yuv422_row_scalar(static_cast<YuvOut>(i));
-    }
-    return t;
-  }();
+  static const auto chosen = simd::choose<YuvRow, kYuvLayouts>(
+      [](std::size_t i, simd::Level l) { return yuv422_row_simd(static_cast<YuvOut>(i), l); },
+      [](std::size_t i) { return yuv422_row_scalar(static_cast<YuvOut>(i)); });
   const auto i = static_cast<std::size_t>(out);
   return i < kYuvLayouts ? chosen[i] : nullptr;
 }
 
 EncodeRow encode_row(RgbIn in) noexcept {
-  static const std::array<EncodeRow, kRgbLayouts> chosen = [] {
-    std::array<EncodeRow, kRgbLayouts> t{};
-    for (std::size_t i = 0; i < kRgbLayouts; ++i) {
-      t[i] = encode_row_simd(static_cast<RgbIn>(i), cpu::best());
-      if (t[i] == nullptr) t[i] = encode_row_scalar(static_cast<RgbIn>(i));
-    }
-    return t;
-  }();
+  static const auto chosen = simd::choose<EncodeRow, kRgbLayouts>(
+      [](std::size_t i, simd::Level l) { return encode_row_simd(static_cast<RgbIn>(i), l); },
+      [](std::size_t i) { return encode_row_scalar(static_cast<RgbIn>(i)); });
   const auto i = static_cast<std::size_t>(in);
   return i < kRgbLayouts ? chosen[i] : nullptr;
 }

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/cpu.h"
+#include "core/simd.h"
 
 namespace pix::convert::kernels {
 
@@ -18,7 +18,7 @@ enum class YuvOut { rgbx32, bgrx32, xbgr32, xrgb32, rgb24, bgr24, rgb16, rgb15, 
 using YuvRow = void (*)(const uint8_t* src, uint8_t* dst, std::size_t pairs);
 
 YuvRow yuv422_row_scalar(YuvOut out) noexcept;                // the reference
-YuvRow yuv422_row_simd(YuvOut out, cpu::Level level) noexcept;  // null: no kernel at that level
+YuvRow yuv422_row_simd(YuvOut out, simd::Level level) noexcept;  // null: no kernel at that level
 YuvRow yuv422_row(YuvOut out) noexcept;                       // the fastest this processor runs
 
 // Source layouts of the encoder back to YUV 4:2:2 (paletted sources are
@@ -29,7 +29,7 @@ enum class RgbIn { y8, rgb24, bgr24, rgbx32, bgrx32, xbgr32 };
 using EncodeRow = void (*)(const uint8_t* src, uint8_t* dst, std::size_t pairs);
 
 EncodeRow encode_row_scalar(RgbIn in) noexcept;
-EncodeRow encode_row_simd(RgbIn in, cpu::Level level) noexcept;
+EncodeRow encode_row_simd(RgbIn in, simd::Level level) noexcept;
 EncodeRow encode_row(RgbIn in) noexcept;
 
 }  // namespace pix::convert::kernels
