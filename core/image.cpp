@@ -167,6 +167,21 @@ uint32_t check_format(Image& img, uint32_t width) {
   }
 }
 
+}  // namespace
+
+uint32_t check_record(Image& img) noexcept {
+  if (img.num_frames < 2) img.num_frames = 1;
+  // A zero alignment or a line whose length does not fit 32 bits would make
+  // every later size wrong: such a record is refused as invalid.
+  const uint64_t pixels = static_cast<uint64_t>(pixel_bytes(img.depth)) * img.width;
+  if (img.line_align == 0 || pixels + img.line_align > 0xFFFFFFFFull) return code::bad_image;
+  img.skip_bytes = PIX_image_calc_skip_bytes(img.width, img.depth, img.line_align);
+  img.bytes_per_line = static_cast<uint32_t>(pixels) + img.skip_bytes;
+  return check_format(img, img.width);
+}
+
+namespace {
+
 template <class Field>
 uint32_t field_or_zero(uint32_t handle, Field Image::*field) {
   const Image* img = find_image(handle);
@@ -431,14 +446,7 @@ PIX_API uint32_t PIX_CALL PIX_image_calc_skip_bytes(uint32_t width, uint32_t dep
 PIX_API uint32_t PIX_CALL PIX_image_check(uint32_t handle) {
   Image* img = find_image(handle);
   if (img == nullptr) return code::bad_image;
-  if (img->num_frames < 2) img->num_frames = 1;
-  // A zero alignment or a line whose length does not fit 32 bits would make
-  // every later size wrong: such a record is refused as invalid.
-  const uint64_t pixels = static_cast<uint64_t>(pixel_bytes(img->depth)) * img->width;
-  if (img->line_align == 0 || pixels + img->line_align > 0xFFFFFFFFull) return code::bad_image;
-  img->skip_bytes = PIX_image_calc_skip_bytes(img->width, img->depth, img->line_align);
-  img->bytes_per_line = static_cast<uint32_t>(pixels) + img->skip_bytes;
-  return check_format(*img, img->width);
+  return check_record(*img);
 }
 
 PIX_API uint32_t PIX_CALL PIX_image_is_colour(uint32_t handle) {

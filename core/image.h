@@ -52,6 +52,10 @@ constexpr uint64_t strip_bytes(const Image& img) { return lines_bytes(img, img.l
 // Copies a NUL-terminated text into a 128-byte record field, cut to fit.
 void copy_name(char (&field)[PIX_NAME_LENGTH], const char* text) noexcept;
 
+// The image check on a record, whether or not a handle names it (the
+// codec checks working descriptions that it keeps outside the table).
+uint32_t check_record(Image& img) noexcept;
+
 // Runs the image check and reports a failure under `function` with `message`
 // (callers pass "Corrupt image" or their own variant).
 uint32_t check_reported(uint32_t handle, const char* function, const char* message = "Corrupt image");
