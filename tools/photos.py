@@ -1,12 +1,12 @@
-"""Natural photographs for the conversion benchmark.
+"""Natural photographs for the benchmarks and the interoperability tests.
 
-Usage: /usr/bin/python3 tools/bench_photos.py OUT_DIR
+Usage: /usr/bin/python3 tools/photos.py OUT_DIR [WIDTHxHEIGHT ...]
 
 Debian's python3-skimage ships sample photographs.  The package is fetched
 (not installed) into a scratch folder and unpacked there; four of its
 photographs are cropped to the frame's shape, scaled and laid out two by two,
-and written as raw RGB24 to OUT_DIR/photo-WIDTHxHEIGHT.rgb for every frame
-size the benchmark uses.  Nothing is kept but those files.  Exits non-zero,
+and written as raw RGB24 to OUT_DIR/photo-WIDTHxHEIGHT.rgb for every size
+asked for (by default the benchmark's 640x480 and 1920x1080).  Nothing is kept but those files.  Exits non-zero,
 with a one-line reason, when the package or Pillow is not available.
 """
 import glob
@@ -15,7 +15,7 @@ import subprocess
 import sys
 import tempfile
 
-SIZES = [(640, 480), (1920, 1080)]
+DEFAULT_SIZES = [(640, 480), (1920, 1080)]
 PICTURES = ["coffee.png", "motorcycle_left.png", "rocket.jpg", "chelsea.png"]
 
 
@@ -42,25 +42,29 @@ def cover(picture, width, height):
 
 
 def main():
-    if len(sys.argv) != 2:
+    if len(sys.argv) < 2:
         sys.exit(__doc__)
     out_dir = sys.argv[1]
     try:
+        sizes = [tuple(int(n) for n in arg.split("x")) for arg in sys.argv[2:]] or DEFAULT_SIZES
+    except ValueError:
+        sys.exit(__doc__)
+    try:
         from PIL import Image
     except ImportError:
-        sys.exit("bench_photos: Pillow (python3-pil) is not installed")
+        sys.exit("photos: Pillow (python3-pil) is not installed")
     os.makedirs(out_dir, exist_ok=True)
     with tempfile.TemporaryDirectory() as scratch:
         try:
             data = fetch(scratch)
         except (subprocess.CalledProcessError, IndexError, OSError) as e:
-            sys.exit(f"bench_photos: python3-skimage could not be fetched ({e})")
+            sys.exit(f"photos: python3-skimage could not be fetched ({e})")
         pictures = [Image.open(os.path.join(data, name)).convert("RGB") for name in PICTURES]
-        for width, height in SIZES:
+        for width, height in sizes:
             frame = Image.new("RGB", (width, height))
-            cell_w, cell_h = width // 2, height // 2
+            cell_w, cell_h = (width + 1) // 2, (height + 1) // 2
             for i, picture in enumerate(pictures):
-                frame.paste(cover(picture, cell_w, cell_h), ((i % 2) * cell_w, (i // 2) * cell_h))
+                frame.paste(cover(picture, cell_w, cell_h), ((i % 2) * (width // 2), (i // 2) * (height // 2)))
             with open(os.path.join(out_dir, f"photo-{width}x{height}.rgb"), "wb") as f:
                 f.write(frame.tobytes())
 
