@@ -155,7 +155,8 @@ class StripDecoder {
   // MCU rows consumed without samples: the predictors and the read position
   // move on as if they had been decoded.
   void skip(uint64_t rows) {
-    for (uint64_t n = rows * columns_ * s_.blocks, b = 0; b < n; ++b) predict(s_.component[b % s_.blocks], next());
+    uint64_t unused;
+    for (uint64_t n = rows * columns_ * s_.blocks, b = 0; b < n; ++b) predict(s_.component[b % s_.blocks], next(unused));
   }
 
   // One MCU row into `r`, starting at its line `line`.
@@ -177,9 +178,11 @@ class StripDecoder {
   }
 
  private:
-  const int16_t* next() {
+  // The next block of the store; blocks the Huffman pass did not reach are zeros.
+  const int16_t* next(uint64_t& nonzero) {
     static const int16_t kZeros[64] = {};
     const uint64_t b = st_.next_block++;
+    nonzero = b < st_.decoded ? st_.nonzero()[b] : 0;
     return b < st_.decoded ? st_.coefficients.get() + b * 64 : kZeros;
   }
 
@@ -191,9 +194,10 @@ class StripDecoder {
   }
 
   void block(uint8_t component, uint8_t* out, std::ptrdiff_t stride) {
-    const int16_t* c = next();
+    uint64_t nonzero;
+    const int16_t* c = next(nonzero);
     const int32_t dc = predict(component, c);
-    kernels::idct_block(c, dc, st_.quant[component == 0 ? 0 : 1].data(), out, stride);
+    kernels::idct_block(c, dc, st_.quant[component == 0 ? 0 : 1].data(), out, stride, nonzero);
   }
 
   void row_into(uint8_t* dst, std::ptrdiff_t stride) {
@@ -234,14 +238,14 @@ uint32_t huffman_stage(DecoderState& st, Tjpeg& record, const Image& w, Layout l
   if (whole > 0xFFFFFFFFull) return report("PIX_image_malloc_a_strip", with_detail(code::out_of_memory, whole));
   if (st.capacity < blocks) {
     st.drop_coefficients();
-    st.coefficients.reset(memory::allocate_array<int16_t>(static_cast<std::size_t>(blocks * 64)));
+    st.coefficients.reset(static_cast<int16_t*>(memory::allocate(static_cast<std::size_t>(blocks * (128 + 8)))));
     if (st.coefficients == nullptr) return report("PIX_image_malloc_a_strip", with_detail(code::out_of_memory, whole));
     st.capacity = blocks;
   }
   record.position = record.data;
   uint64_t length = record.length;
   if (const std::size_t capacity = capacity_of(record); capacity != 0) length = std::min<uint64_t>(length, capacity);
-  const HuffmanJob job{record.data, length, layout, columns, rows, st.coefficients.get()};
+  const HuffmanJob job{record.data, length, layout, columns, rows, st.coefficients.get(), st.nonzero()};
   return decode_huffman(job, st.decoded, st.bit_buffer);
 }
 

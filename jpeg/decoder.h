@@ -20,10 +20,13 @@ struct DecoderState final : Releasable {
   uint64_t next_block = 0;
   std::array<std::array<uint16_t, 64>, 2> quant{};
   uint32_t bit_buffer = 0;
-  memory::Owned<int16_t> coefficients;  // 64 a block, natural order
-  uint64_t capacity = 0;                // blocks the store holds
+  // 64 coefficients a block, natural order; after them, a map of each
+  // block's AC coefficients that are not zero.
+  memory::Owned<int16_t> coefficients;
+  uint64_t capacity = 0;  // blocks the store holds
   uint64_t decoded = 0;                 // blocks the last Huffman pass completed
 
+  uint64_t* nonzero() const noexcept { return reinterpret_cast<uint64_t*>(coefficients.get() + capacity * 64); }
   void drop_coefficients() noexcept;
   void release() noexcept override;
 };

@@ -114,7 +114,6 @@ class BitReader {
   // refill comes only when the index equals the category; an index below
   // c - 1 reads what the 32-bit window holds at the wrapped shift.
   int32_t value(unsigned length, unsigned c) {
-    const uint64_t at = position() + length;
     index_ -= static_cast<int32_t>(length);
     if (index_ == static_cast<int32_t>(c)) {
       refill();
@@ -123,7 +122,7 @@ class BitReader {
     if (c == 0) return 0;
     uint32_t v;
     if (index_ >= static_cast<int32_t>(c) - 1) {
-      v = static_cast<uint32_t>(word(at) >> (64 - c));
+      v = static_cast<uint32_t>((word_ << length) >> (64 - c));
     } else {
       v = (window() >> ((index_ - static_cast<int32_t>(c) + 1) & 31)) & ((1u << c) - 1);
     }
@@ -167,9 +166,16 @@ class BitReader {
     return w << (at & 7);
   }
 
+  // The peeked bits; the word read for them is kept, since the value after
+  // the code comes from the same absolute positions whatever loads between.
   template <unsigned N>
-  uint32_t peek() const {
-    if (index_ >= static_cast<int32_t>(N) - 1) return static_cast<uint32_t>(word(position()) >> (64 - N));
+  uint32_t peek() {
+    at_ = position();
+    if (index_ >= static_cast<int32_t>(N) - 1) {
+      word_ = word(at_);
+      return static_cast<uint32_t>(word_ >> (64 - N));
+    }
+    word_ = word(at_);  // a peek short of bits takes the window's; the value reads the window too
     return (window() >> ((index_ - static_cast<int32_t>(N) + 1) & 31)) & ((1u << N) - 1);
   }
 
@@ -201,6 +207,7 @@ class BitReader {
   std::size_t eoi_at_ = 0;
   uint64_t loaded_ = 0;
   int32_t index_ = -1;
+  uint64_t at_ = 0, word_ = 0;  // where the last peek read, and its word
   uint32_t carried_;
 };
 
@@ -219,6 +226,19 @@ uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_
   const Messages* m = messages(job.layout);
   const Lookahead* dc_ahead[2] = {t.dc_luma_ahead.data(), t.dc_chroma_ahead.data()};
   const Lookahead* ac_ahead[2] = {t.ac_luma_ahead.data(), t.ac_chroma_ahead.data()};
+  // The codes of up to 10 bits, found from the first 10 bits alone: run,
+  // category and length packed in 16 bits, 0 where the code is longer or
+  // none matches (the full table then decides).  Made from the lookahead
+  // tables, so it says nothing they do not.
+  uint16_t first[2][1 << 10];
+  for (int table = 0; table < (job.layout == Layout::grey ? 1 : 2); ++table) {
+    for (uint32_t p = 0; p < (1u << 10); ++p) {
+      const Lookahead e = ac_ahead[table][p << 6];
+      first[table][p] = e.category != kNoCode && e.length <= 10
+                            ? static_cast<uint16_t>(e.length << 8 | e.run << 4 | e.category)
+                            : uint16_t{0};
+    }
+  }
 
   std::optional<BitReader> reader;  // made here so that running out of memory is reported, not thrown
   try {
@@ -234,9 +254,10 @@ uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_
   if (!in.start()) return done(report(kHuffman, code::bad_state, "Buffer failed to fill at start"));
 
   int16_t* block = job.out;
+  uint64_t* nonzero = job.nonzero;
   for (uint64_t row = 0; row < job.mcu_rows; ++row) {
     for (uint64_t col = 0; col < job.mcu_columns; ++col) {
-      for (uint32_t b = 0; b < s.blocks; ++b, block += 64) {
+      for (uint32_t b = 0; b < s.blocks; ++b, block += 64, ++nonzero) {
         const int chroma = s.component[b] != 0 ? 1 : 0;
         std::memset(block, 0, 64 * sizeof(int16_t));
         const Lookahead dc = dc_ahead[chroma][chroma ? in.peek11() : in.peek9()];
@@ -244,9 +265,15 @@ uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_
         if (dc.category > 11) report("read_dc_value", code::bad_state, "invalid DC category");
         block[0] = static_cast<int16_t>(in.value(dc.length, dc.category));
         const Lookahead* ac = ac_ahead[chroma];
+        const uint16_t* fast = first[chroma];
+        uint64_t mask = 0;
         unsigned k = 0;
         do {
-          const Lookahead e = ac[in.peek16()];
+          const uint32_t bits = in.peek16();
+          const uint16_t f = fast[bits >> 6];
+          const Lookahead e = f != 0 ? Lookahead{static_cast<uint8_t>(f >> 4 & 15), static_cast<uint8_t>(f & 15),
+                                                 static_cast<uint16_t>(f >> 8)}
+                                     : ac[bits];
           if (e.category == kNoCode) return done(report(kHuffman, code::bad_state, m[b].ac));
           if (e.category > 10) report("read_ac_value", code::bad_state, "invalid AC category");
           const int32_t v = in.value(e.length, e.category);
@@ -254,10 +281,14 @@ uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_
             k = e.run == 0 ? 63 : k + 16;  // end of block, or sixteen zeros
           } else {
             k += e.run + 1u;
-            if (k <= 63) block[kZigZag[k]] = static_cast<int16_t>(v);
+            if (k <= 63) {
+              block[kZigZag[k]] = static_cast<int16_t>(v);
+              mask |= uint64_t{1} << kZigZag[k];
+            }
           }
         } while (k < 63);
         if (k != 63) return done(report(kHuffman, code::bad_state, m[b].overrun));
+        *nonzero = mask;
         ++decoded;
       }
     }

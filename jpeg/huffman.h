@@ -24,6 +24,8 @@ struct HuffmanJob {
   // 64 coefficients a block, natural order, the DC difference at 0; room
   // for every block of the image.
   int16_t* out;
+  // Per block, which of its AC coefficients (natural index) are not zero.
+  uint64_t* nonzero;
 };
 
 // Decodes every block of the image into `job.out`.  `decoded` counts the

@@ -285,10 +285,13 @@ TEST(JpegIdct, KernelEqualsTheTranscription) {
   std::mt19937 rng(7);
   const auto check = [](const std::array<int64_t, 64>& c, const Q& q) {
     std::array<int16_t, 64> in{};
-    for (int k = 1; k < 64; ++k) in[k] = static_cast<int16_t>(c[k]);
-    std::array<uint8_t, 64> out{};
+    uint64_t nonzero = 0;  // the map of AC terms that are not zero, exact and all-ones
+    for (int k = 1; k < 64; ++k) in[k] = static_cast<int16_t>(c[k]), nonzero |= uint64_t{c[k] != 0} << k;
+    std::array<uint8_t, 64> out{}, mapped{};
     pix::jpeg::kernels::idct_block(in.data(), w32(c[0]), q.data(), out.data(), 8);
+    pix::jpeg::kernels::idct_block(in.data(), w32(c[0]), q.data(), mapped.data(), 8, nonzero);
     ASSERT_EQ(out, ref_idct(c, q));
+    ASSERT_EQ(mapped, out);
   };
   Q ones, q;
   ones.fill(1);

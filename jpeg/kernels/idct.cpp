@@ -1,5 +1,7 @@
 #include "idct.h"
 
+#include <cstring>
+
 namespace pix::jpeg::kernels {
 namespace {
 
@@ -55,13 +57,27 @@ inline uint8_t level_shift(int32_t s) {
 
 }  // namespace
 
-void idct_block(const int16_t* coef, int32_t dc, const uint16_t* q, uint8_t* out, std::ptrdiff_t stride) noexcept {
+void idct_block(const int16_t* coef, int32_t dc, const uint16_t* q, uint8_t* out, std::ptrdiff_t stride,
+                uint64_t nonzero) noexcept {
+  constexpr uint64_t kColumn = 0x0101010101010100;  // rows 1..7 of column 0
+  if ((nonzero & ~uint64_t{1}) == 0) {
+    // DC only: every column but the first is zero, the first is DC x 4, and
+    // every row then gives one sample.
+    const uint8_t s = level_shift(descale<18>((static_cast<u32>(dc) * q[0] * 4u) << 13));
+    for (int r = 0; r < 8; ++r) std::memset(out + r * stride, s, 8);
+    return;
+  }
   int32_t ws[64];
   // Columns: dequantise, then the shortcut for a column whose AC terms are
   // all zero (DC x 4, not descaled), else the butterflies descaled by 11.
   for (int c = 0; c < 8; ++c) {
     u32 d[8];
     d[0] = c == 0 ? static_cast<u32>(dc) * q[0] : static_cast<u32>(coef[c] * q[c]);
+    if ((nonzero & (kColumn << c)) == 0) {
+      const auto v = static_cast<int32_t>(d[0] * 4u);
+      for (int k = 0; k < 8; ++k) ws[k * 8 + c] = v;
+      continue;
+    }
     u32 any = 0;
     for (int k = 1; k < 8; ++k) any |= d[k] = static_cast<u32>(coef[k * 8 + c] * q[k * 8 + c]);
     if (any == 0) {

@@ -14,8 +14,10 @@ namespace pix::jpeg::kernels {
 // fit 16 bits); `q` is the quantisation table in natural order.  Writes the
 // 8x8 level-shifted samples, row r at out + r * stride.  Arithmetic wraps at
 // 32 bits, as the original's did, so hostile coefficients give defined
-// (if meaningless) samples.
-void idct_block(const int16_t* coef, int32_t dc, const uint16_t* q, uint8_t* out, std::ptrdiff_t stride) noexcept;
+// (if meaningless) samples.  Bit k of `nonzero` may be clear only where
+// AC coefficient k (natural index) is 0; the kernel skips what it says is 0.
+void idct_block(const int16_t* coef, int32_t dc, const uint16_t* q, uint8_t* out, std::ptrdiff_t stride,
+                uint64_t nonzero = ~uint64_t{0}) noexcept;
 
 // One 16x8 MCU of 4:2:2 from its blocks' samples (8x8 each, stride 8): Y1
 // fills the Y bytes of pixels 0..7, Y2 of pixels 8..15, U byte 1 and V byte
