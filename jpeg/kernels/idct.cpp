@@ -68,6 +68,7 @@ void idct_block(const int16_t* coef, int32_t dc, const uint16_t* q, uint8_t* out
     return;
   }
   int32_t ws[64];
+  unsigned filled = 0;  // columns whose outputs are not all zero
   // Columns: dequantise, then the shortcut for a column whose AC terms are
   // all zero (DC x 4, not descaled), else the butterflies descaled by 11.
   for (int c = 0; c < 8; ++c) {
@@ -76,8 +77,10 @@ void idct_block(const int16_t* coef, int32_t dc, const uint16_t* q, uint8_t* out
     if ((nonzero & (kColumn << c)) == 0) {
       const auto v = static_cast<int32_t>(d[0] * 4u);
       for (int k = 0; k < 8; ++k) ws[k * 8 + c] = v;
+      filled |= (v != 0 ? 1u : 0u) << c;
       continue;
     }
+    filled |= 1u << c;
     u32 any = 0;
     for (int k = 1; k < 8; ++k) any |= d[k] = static_cast<u32>(coef[k * 8 + c] * q[k * 8 + c]);
     if (any == 0) {
@@ -97,9 +100,13 @@ void idct_block(const int16_t* coef, int32_t dc, const uint16_t* q, uint8_t* out
       for (int k = 0; k < 8; ++k) o[k] = s;
       continue;
     }
-    idct_1d<18>(static_cast<u32>(w[0]), static_cast<u32>(w[1]), static_cast<u32>(w[2]), static_cast<u32>(w[3]),
-                static_cast<u32>(w[4]), static_cast<u32>(w[5]), static_cast<u32>(w[6]), static_cast<u32>(w[7]),
-                [&](int k, int32_t v) { o[k] = level_shift(v); });
+    const auto put = [o](int k, int32_t v) { o[k] = level_shift(v); };
+    const auto x = [w](int k) { return static_cast<u32>(w[k]); };
+    if (filled < 16) {  // the right half is zero: the same sums without its terms
+      idct_1d<18>(x(0), x(1), x(2), x(3), 0, 0, 0, 0, put);
+    } else {
+      idct_1d<18>(x(0), x(1), x(2), x(3), x(4), x(5), x(6), x(7), put);
+    }
   }
 }
 
