@@ -32,6 +32,7 @@ void DecoderState::drop_coefficients() noexcept {
 
 void DecoderState::release() noexcept {
   drop_coefficients();
+  destuffed = {};
   progress = {};
   predictor = {};
   next_block = 0;
@@ -246,7 +247,7 @@ uint32_t huffman_stage(DecoderState& st, Tjpeg& record, const Image& w, Layout l
   uint64_t length = record.length;
   if (const std::size_t capacity = capacity_of(record); capacity != 0) length = std::min<uint64_t>(length, capacity);
   const HuffmanJob job{record.data, length, layout, columns, rows, st.coefficients.get(), st.nonzero()};
-  return decode_huffman(job, st.decoded, st.bit_buffer);
+  return decode_huffman(job, st.decoded, st.bit_buffer, st.destuffed);
 }
 
 // Block to raster straight into the destination (Y8, or YUV 4:2:2 wanted as such).
@@ -409,8 +410,5 @@ extern "C" PIX_API uint32_t PIX_CALL PIX_JPEG_decompress(uint32_t source, uint32
         dst->lines_this_strip = src->lines_this_strip;
         return 0;
       },
-      [&]() -> uint32_t {
-        st.drop_coefficients();
-        return 0;
-      });
+      stage::Nothing{});
 }

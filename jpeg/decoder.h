@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 #include "core/lifetime.h"
 #include "core/memory.h"
@@ -25,6 +26,9 @@ struct DecoderState final : Releasable {
   memory::Owned<int16_t> coefficients;
   uint64_t capacity = 0;  // blocks the store holds
   uint64_t decoded = 0;                 // blocks the last Huffman pass completed
+  std::vector<uint8_t> destuffed;       // the data as the reader loads it
+  // The store and the reader's copy outlive a run, so that decoding frame
+  // after frame allocates nothing; releasing every image lets them go.
 
   uint64_t* nonzero() const noexcept { return reinterpret_cast<uint64_t*>(coefficients.get() + capacity * 64); }
   void drop_coefficients() noexcept;

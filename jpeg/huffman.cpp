@@ -62,7 +62,9 @@ class BitReader {
   // The data as the reader loads it: each 0x00 after a 0xFF skipped, and the
   // loaded bytes that are a 0xFF followed by 0xD9 noted.  The byte after the
   // last one counted is never looked at.
-  BitReader(const uint8_t* raw, uint64_t length, uint32_t carried) : carried_(carried) {
+  BitReader(const uint8_t* raw, uint64_t length, uint32_t carried, std::vector<uint8_t>& room)
+      : bytes_(room), carried_(carried) {
+    bytes_.clear();
     bytes_.reserve(static_cast<std::size_t>(length) + kTail);
     uint64_t i = 0;
     while (i < length) {
@@ -200,7 +202,7 @@ class BitReader {
     if (index_ <= 8 && load()) report("refill_buffer", with_detail(code::bad_state, 1), "Unexpected EOI - processing byte 2");
   }
 
-  std::vector<uint8_t> bytes_;
+  std::vector<uint8_t>& bytes_;
   std::vector<uint64_t> eoi_;
   uint64_t size_ = 0;
   uint64_t next_eoi_ = kNone;
@@ -215,7 +217,7 @@ class BitReader {
 
 const LayoutShape& shape(Layout layout) noexcept { return kShapes[static_cast<int>(layout)]; }
 
-uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_buffer) {
+uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_buffer, std::vector<uint8_t>& destuffed) {
   decoded = 0;
   const CodingTables& t = coding_tables();
   if (t.ac_luma_ahead.size() != (1u << kAcBits) ||
@@ -242,7 +244,7 @@ uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_
 
   std::optional<BitReader> reader;  // made here so that running out of memory is reported, not thrown
   try {
-    reader.emplace(job.data, job.data != nullptr ? job.length : 0, bit_buffer);
+    reader.emplace(job.data, job.data != nullptr ? job.length : 0, bit_buffer, destuffed);
   } catch (const std::bad_alloc&) {
     return report(kHuffman, with_detail(code::out_of_memory, job.length));
   }

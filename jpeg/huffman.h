@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace pix::jpeg {
 
@@ -33,6 +34,7 @@ struct HuffmanJob {
 // previous decode left it on entry and as this one leaves it on return
 // (kept: stale bits in it are what a short read sees at the start).
 // Returns 0 or the reported status.
-uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_buffer);
+// `destuffed` is room for the reader's copy of the data, kept between calls.
+uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_buffer, std::vector<uint8_t>& destuffed);
 
 }  // namespace pix::jpeg
