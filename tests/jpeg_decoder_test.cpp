@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numbers>
 #include <numeric>
 #include <random>
 
@@ -319,8 +320,8 @@ TEST(JpegIdct, KernelEqualsTheTranscription) {
       double s = 0;
       for (int u = 0; u < 8; ++u)
         for (int v = 0; v < 8; ++v)
-          s += (u ? 1 : M_SQRT1_2) * (v ? 1 : M_SQRT1_2) * c[v * 8 + u] * std::cos((2 * (i % 8) + 1) * u * M_PI / 16) *
-               std::cos((2 * (i / 8) + 1) * v * M_PI / 16);
+          s += (u ? 1 : (1 / std::numbers::sqrt2)) * (v ? 1 : (1 / std::numbers::sqrt2)) * c[v * 8 + u] * std::cos((2 * (i % 8) + 1) * u * std::numbers::pi / 16) *
+               std::cos((2 * (i / 8) + 1) * v * std::numbers::pi / 16);
       ASSERT_LE(std::abs(ref_idct(c, q)[i] - std::clamp(s / 4 + 128, 0.0, 255.0)), 2.0) << n << ' ' << i;
     }
   }
