@@ -6,6 +6,7 @@
 #include "core/lines.h"
 #include "core/stage.h"
 #include "convert/kernels/yuv.h"
+#include "convert/yuv.h"
 #include "convert/pixel_math.h"
 #include "process/hue_table.h"
 
@@ -26,6 +27,12 @@ YuvState& yuv_state() {
   static YuvState state;
   return state;
 }
+
+}  // namespace
+
+stage::Progress& pix::convert::yuv422_to_rgb24_progress() noexcept { return yuv_state().to_rgb24; }
+
+namespace {
 
 // ---------------------------------------------------------------------------
 // Decoders
