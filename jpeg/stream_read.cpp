@@ -143,13 +143,13 @@ class Parser {
   // 0 when the stream is read (to its end, or to the SOS for a header),
   // else the code reported.
   uint32_t run() {
-    if (src_.byte() != 0xFF) return fail(code::corrupt, "Expecting PREFIX marker");
-    if (src_.byte() != kSOI) return fail(code::corrupt, "Expecting SOI marker");
+    if (src_.byte() != 0xFF) return fail(code::bad_image, "Expecting PREFIX marker");
+    if (src_.byte() != kSOI) return fail(code::bad_image, "Expecting SOI marker");
     for (;;) {
       if (src_.ended_before_segment()) return end_of_stream();
       const int c = src_.next();
       if (c < 0) return end_of_stream();
-      if (c != 0xFF) return fail(with_detail(code::corrupt, static_cast<uint32_t>(c)), "Expecting 0xFF marker code");
+      if (c != 0xFF) return fail(with_detail(code::bad_image, static_cast<uint32_t>(c)), "Expecting 0xFF marker code");
       const uint8_t m = src_.byte();
       uint32_t r = 0;
       switch (m) {
@@ -226,13 +226,13 @@ class Parser {
     std::fill(std::begin(r_.table_ids), std::end(r_.table_ids), 255);
     std::array<uint8_t, 16 * 255> values;
     for (uint32_t taken = 0; taken < r_.DHT_length;) {
-      if (!src_.has(17)) return fail(code::corrupt, Source::kShort);
+      if (!src_.has(17)) return fail(code::bad_image, Source::kShort);
       const uint8_t id = src_.byte();
       const int slot = id == 0x00 ? 0 : id < 0x10 ? 1 : id == 0x10 ? 2 : 3;
       r_.table_ids[slot] = id;
       std::size_t count = 0;
       for (uint8_t& bits : r_.BITS[slot]) count += bits = src_.byte();
-      if (!src_.take(values.data(), count)) return fail(code::corrupt, Source::kShort);
+      if (!src_.take(values.data(), count)) return fail(code::bad_image, Source::kShort);
       // A table has room for 256 values; those beyond are read and dropped.
       std::memcpy(r_.HUFFVAL[slot], values.data(), std::min<std::size_t>(count, 256));
       taken += static_cast<uint32_t>(17 + count);
