@@ -11,6 +11,7 @@
 #include <array>
 #include <cstring>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "core/image.h"

@@ -203,6 +203,9 @@ TEST_F(JpegStreamTest, WritersEmitTheFixedSegmentsAndTheStripsThatReadBack) {
 }
 
 TEST_F(JpegStreamTest, TheFileWriterFailsWhenItsBytesDoNotReachTheDisk) {
+  std::FILE* full = std::fopen("/dev/full", "wb");
+  if (full == nullptr) GTEST_SKIP() << "no /dev/full here";
+  std::fclose(full);
   const uint32_t h = writable(Bytes(100000, 0x55));
   PIX_image_set_outfilename(h, "/dev/full");
   EXPECT_EQ(PIX_JPEG_file_write(h, 3), 0u);
