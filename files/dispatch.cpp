@@ -86,9 +86,8 @@ uint16_t detect(FILE* f) {
   return PIX_FILE_UNRECOGNISED;
 }
 
-// The reader of a file format code for commands 3 and 4, or null.  JPEG
-// files are read by the JPEG codec's file functions, which this library does
-// not have yet: until then their code is refused like an unknown one.
+// The reader of a file format code for commands 3 and 4, or null (JPEG
+// files have readers of their own, below).
 using Reader = uint32_t(PIX_CALL*)(uint32_t, uint16_t);
 Reader reader_for(uint16_t format) {
   switch (format) {
@@ -100,9 +99,25 @@ Reader reader_for(uint16_t format) {
   }
 }
 
+bool known(uint16_t format) {
+  return format == PIX_FILE_MEMORY || format == PIX_FILE_JPEG || reader_for(format) != nullptr;
+}
+
 uint32_t read_strip(uint32_t handle, uint32_t memory, uint16_t format, uint16_t command) {
   // Kept: the image named first holds the picture, the memory image receives it.
   if (format == PIX_FILE_MEMORY) return PIX_read_from_memory(handle, memory, command);
+  if (format == PIX_FILE_JPEG) {
+    // The JPEG reader reads the whole stream in one call, and there is
+    // nothing to finish.  An image without strip lines asks for the header
+    // alone: the stream is opened, parsed to its scan and closed again.
+    if (command != PIX_STRIP_NEXT) return 0;
+    const Image* img = find_image(handle);
+    if (img != nullptr && img->lines_this_strip == 0) {
+      if (uint32_t r = PIX_JPEG_file_open(handle); r != 0) return r;
+      return PIX_JPEG_file_close(handle);
+    }
+    return PIX_JPEG_file_read(handle);
+  }
   return reader_for(format)(handle, command);
 }
 
@@ -149,12 +164,11 @@ PIX_API uint32_t PIX_CALL PIX_image_read(uint32_t handle, uint32_t memory, uint1
     if (img == nullptr) return report(kName, code::bad_handle);
     img->lines_this_strip = img->height;
   }
-  // An unknown format (JPEG included, until the codec's file functions
-  // exist) is refused on commands 3 and 4 with the dispatcher left busy:
-  // kept, applications see the same error until they send another command.
-  const bool known = d.format == PIX_FILE_MEMORY || reader_for(d.format) != nullptr;
+  // An unknown format is refused on commands 3 and 4 with the dispatcher
+  // left busy: kept, applications see the same error until they send
+  // another command.
   if (command == PIX_STRIP_NEXT) {
-    if (!known) return report(kName, kUnsupportedFormat, kUnsupportedText);
+    if (!known(d.format)) return report(kName, kUnsupportedFormat, kUnsupportedText);
     const uint32_t r = read_strip(handle, memory, d.format, command);
     img = find_image(handle);
     if (img != nullptr) d.lines_read += img->lines_this_strip;
@@ -166,7 +180,7 @@ PIX_API uint32_t PIX_CALL PIX_image_read(uint32_t handle, uint32_t memory, uint1
     return 0;
   }
   if (command == PIX_STRIP_FINISH) {
-    if (!known) return report(kName, kUnsupportedFormat, kUnsupportedText);
+    if (!known(d.format)) return report(kName, kUnsupportedFormat, kUnsupportedText);
     read_strip(handle, memory, d.format, command);
     d.state = 1;
     return 0;
@@ -180,6 +194,7 @@ PIX_API uint32_t PIX_CALL PIX_image_write(uint32_t handle, uint32_t memory, uint
   switch (file_format) {
     case PIX_FILE_MEMORY: return PIX_write_to_memory(handle, memory, command);
     case PIX_FILE_TIFF: return PIX_write_TIFF_file(handle, command);
+    case PIX_FILE_JPEG: return PIX_JPEG_file_write(handle, command);
     case PIX_FILE_TGA:
     case 6:
     case 7: return PIX_write_TGA_file(handle, command);

@@ -7,7 +7,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -51,6 +53,44 @@ void write_text(const fs::path& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
+// A JPEG stream written by the library's file or buffer writer around a few
+// hand-made entropy-coded bytes (stuffing included): the record of a raster
+// of `format` with the library's tables, one strip a frame, RST0 between.
+std::string jpeg_sample(uint16_t format, uint32_t width, uint32_t height, int frames, bool file) {
+  const uint32_t raster = PIX_image_create(), image = PIX_JPEG_image_create();
+  PIX_image_set_parameter(raster, PIX_IMAGE_FORMAT, format);
+  PIX_image_set_parameter(raster, PIX_IMAGE_WIDTH, width);
+  PIX_image_set_parameter(raster, PIX_IMAGE_HEIGHT, height);
+  PIX_image_set_parameter(raster, PIX_LINES_THIS_STRIP, height / frames);
+  const std::string data = std::string("\x12\xFF\x00\x34\xA5\x5A\xFF\x00\x0F", 9);
+  PIX_JPEG_set_image(raster, image);
+  PIX_JPEG_make_Q_tables(image);
+  PIX_JPEG_set_default_H_tables(image);
+  PIX_JPEG_malloc_N_bytes_data(image, static_cast<uint32_t>(data.size()));
+  auto* record = static_cast<Tjpeg*>(PIX_image_get_ptr(image, PIX_PTR_TJPEG));
+  std::memcpy(record->data, data.data(), data.size());
+  record->length = static_cast<uint32_t>(data.size());
+  const fs::path path = g_root / "samples" / "jpeg.tmp";
+  PIX_image_set_outfilename(image, path.string().c_str());
+  std::string out(1 << 16, '\0');
+  uint32_t written = 0;
+  for (int f = 0; f < frames; ++f) {
+    for (uint16_t mode : {f == 0 ? uint16_t(0) : uint16_t(5), uint16_t(3)}) {
+      if (file) {
+        PIX_JPEG_file_write(image, mode);
+      } else {
+        PIX_JPEG_buffer_write(image, reinterpret_cast<uint8_t*>(out.data()) + (f == 0 && mode == 0 ? 0 : written),
+                              &written, static_cast<int16_t>(mode));
+      }
+    }
+  }
+  PIX_image_destroy(image);
+  PIX_image_destroy(raster);
+  if (!file) return out.substr(0, written);
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -92,6 +132,27 @@ int main(int argc, char** argv) {
       continue;
     }
     copy_into(g_root / "samples" / s.name, {s.fuzzer, "detect_fuzzer", "read_dispatch_fuzzer"});
+  }
+
+  // JPEG streams from both writers: grey, 4:2:2, a three-frame sequence;
+  // then edge cases made by hand from them.
+  const std::string grey = jpeg_sample(PIX_Y8, 16, 8, 1, true), colour = jpeg_sample(PIX_RGB24, 32, 16, 1, false),
+                    sequence = jpeg_sample(PIX_RGB24, 16, 24, 3, true);
+  const std::size_t scan = grey.size() - 11;  // the data: 9 bytes, then EOI
+  const std::pair<const char*, std::string> jpegs[] = {
+      {"grey.jpg", grey},
+      {"colour.jpg", colour},
+      {"sequence.jpg", sequence},
+      {"restarts.jpg", grey.substr(0, scan) + std::string("\x01\xFF\xD3\x02\xFF\xF1\x03\xFF\xD0\xFF", 10)},
+      {"dri.jpg", grey.substr(0, 2) + std::string("\xFF\xDD\x00\x04\x00\x10", 6) + grey.substr(2)},
+      {"app1.jpg", grey.substr(0, 2) + std::string("\xFF\xE1\x00\x04" "ab", 6) + grey.substr(2)},
+      {"eoi_first.jpg", grey.substr(0, 2) + std::string("\xFF\xD9", 2) + grey.substr(2)},
+      {"cut_tables.jpg", grey.substr(0, grey.size() / 2)},
+  };
+  for (const auto& [name, bytes] : jpegs) {
+    write_text(g_root / "samples" / name, bytes);
+    copy_into(g_root / "samples" / name,
+              {"jpeg_file_fuzzer", "jpeg_buffer_fuzzer", "jpeg_sequence_fuzzer", "detect_fuzzer", "read_dispatch_fuzzer"});
   }
 
   // Conversion tables: the first byte picks the table type.

@@ -5,7 +5,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   pixfuzz::quiet();
   const char* path = pixfuzz::write_input(data, size);
-  const uint32_t image = PIX_image_create();
+  const uint32_t image = PIX_JPEG_image_create();  // JPEG files are read into JPEG images; the others take any
   PIX_image_set_infilename(image, path);
   // The header alone, to keep hostile sizes within the fuzzer's memory.
   PIX_image_set_parameter(image, PIX_LINES_THIS_STRIP, 0);

@@ -61,6 +61,12 @@ TEST_F(BadInput, ImageFunctionsReportABadHandle) {
     EXPECT_EQ(PIX_JPEG_set_image(good, h), 0x10010000u);
     EXPECT_EQ(PIX_JPEG_build_image(h, good, 3), 0x10010000u);
     EXPECT_EQ(PIX_JPEG_sequence_build(0, h), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_file_read(h) | PIX_JPEG_file_open(h) | PIX_JPEG_buffer_read(h, nullptr, 0), 0x10640000u);
+    EXPECT_EQ(PIX_JPEG_file_close(h), 0u);
+    EXPECT_EQ(PIX_JPEG_file_write(h, 3) | PIX_JPEG_buffer_write(h, nullptr, nullptr, 3), 0x10010000u);
+    EXPECT_EQ(PIX_JPEG_sequence_calc_length(h) | PIX_JPEG_sequence_set_start_frame(h, 1) |
+                  PIX_JPEG_sequence_extract_frame(h, good, 1) | PIX_JPEG_sequence_extract_frame(good, h, 0),
+              0x10010000u);
   }
   // Destroying a handle that names nothing is no error.
   EXPECT_EQ(PIX_image_destroy(999), 0u);
