@@ -75,6 +75,24 @@ PIX95_INLINE uint8_t* emit64(uint8_t* out, uint64_t word) {
   return out + 8;
 }
 
+// Bit k set for each non-zero zz[k], four values a 64-bit word: the top bit
+// of each 16-bit lane tells a non-zero lane, and one multiplication gathers
+// the four top bits (their products land on distinct bits, so nothing carries).
+PIX95_INLINE uint64_t nonzero_mask(const int16_t* zz) {
+  uint64_t mask = 0;
+  for (int i = 0; i < 16; ++i) {
+    uint64_t w = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+      std::memcpy(&w, zz + 4 * i, 8);
+    } else {
+      for (int j = 0; j < 4; ++j) w |= uint64_t{static_cast<uint16_t>(zz[4 * i + j])} << (16 * j);
+    }
+    const uint64_t top = (((w & 0x7FFF7FFF7FFF7FFFull) + 0x7FFF7FFF7FFF7FFFull) | w) & 0x8000800080008000ull;
+    mask |= ((top >> 15) * 0x0000200040008001ull >> 45 & 0xF) << (4 * i);
+  }
+  return mask;
+}
+
 // The writer in registers while a block is coded (stores through `out`
 // could otherwise alias it).
 struct Pending {
@@ -134,13 +152,16 @@ Quantiser make_quantiser(const uint8_t* table) noexcept {
 }
 
 void quantise_scalar(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept {
-  for (int i = 0; i < 64; ++i) {
-    const int n = kZigZag[i];
-    const int32_t c = block[n];
-    const uint32_t x = static_cast<uint32_t>(c < 0 ? -c : c) + q.half[n];
-    const auto r = static_cast<int16_t>((x * q.multiplier[n]) >> kReciprocalShift);
-    zz[i] = static_cast<int16_t>(c < 0 ? -r : r);
+  // In natural order first, without branches (coefficient signs are as good
+  // as random), then into zig-zag order.
+  int16_t natural[64];
+  for (int n = 0; n < 64; ++n) {
+    const int32_t c = block[n], sign = c >> 31;
+    const uint32_t x = static_cast<uint32_t>((c ^ sign) - sign) + q.half[n];
+    const auto r = static_cast<int32_t>((x * q.multiplier[n]) >> kReciprocalShift);
+    natural[n] = static_cast<int16_t>((r ^ sign) - sign);
   }
+  for (int i = 0; i < 64; ++i) zz[i] = natural[kZigZag[i]];
 }
 
 const BlockKernels& block_kernels() noexcept {
@@ -155,12 +176,10 @@ uint8_t* encode_block(BitWriter& w, uint8_t* out, const int16_t* zz, const DcPat
   const DcPattern d = dc[zz[0] + kMaxDcDifference];
   p.put(out, static_cast<uint32_t>(uint64_t{d.bits} >> (32 - d.length)), d.length);
   // AC values by a mask of the non-zero ones; zeros only lengthen the run.
-  uint64_t nonzero = 0;
-  for (int k = 1; k < 64; ++k) nonzero |= uint64_t{zz[k] != 0} << k;
+  const uint64_t nonzero = nonzero_mask(zz) & ~uint64_t{1};
   int last = 0;
-  while (nonzero != 0) {
-    const int k = std::countr_zero(nonzero);
-    nonzero &= nonzero - 1;
+  for (uint64_t rest = nonzero; rest != 0; rest &= rest - 1) {
+    const int k = std::countr_zero(rest);
     int run = k - last - 1;
     for (; run >= 16; run -= 16) p.put(out, ac[0xF0].code, ac[0xF0].length);
     const int32_t v = zz[k];
