@@ -1,16 +1,13 @@
 // The JPEG encoder against references written here: the forward DCT
-// transcribed plainly in 64 bits, quantisation by division, and a bit-by-bit
-// reader that decodes our bytes with canonical codes made from the default
-// tables.  Whole images must decode to the blocks the references make from
-// the padded image, and give the same bytes in strips of any height.
+// transcribed in 64 bits, quantisation by division, and a bit-by-bit reader
+// with the standard's canonical codes.  Images must decode to the blocks the
+// references make of the padded image, with the same bytes in any strips.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <map>
 #include <random>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 #include "jpeg/kernels/encode.h"
 #include "test_support.h"
@@ -25,7 +22,7 @@ using Bytes = std::vector<uint8_t>;
 int64_t descale(int64_t s, int n) { return (s > 0 ? s + (int64_t{1} << (n - 1)) : s - (int64_t{1} << (n - 1))) >> n; }
 
 Block reference_fdct(const Block& in) {
-  int64_t v[64];
+  int64_t v[64];  // no 16-bit limit here: a value beyond it would differ from ours
   std::copy(in.begin(), in.end(), v);
   for (int pass = 0, shift = 11; pass < 2; ++pass, shift = 18) {
     for (int i = 0; i < 8; ++i) {
@@ -44,45 +41,40 @@ Block reference_fdct(const Block& in) {
     }
   }
   Block out;
-  std::copy(v, v + 64, out.begin());  // a value beyond 16 bits would differ from ours
+  std::copy(v, v + 64, out.begin());
   return out;
 }
 
 int quantised(int c, int q) { return (c > 0 ? c + q / 2 : c - q / 2) / std::max(q, 1); }
 
 TEST(JpegEncoderKernels, ForwardDctEqualsItsTranscriptionAndStaysInRange) {
-  std::vector<Block> blocks;
   std::mt19937 rng(7);
-  for (int n = 0; n < 256 * 65 + 512 + 200000; ++n) {
-    Block b{};
+  int dc_low = 0, dc_high = 0, ac_most = 0;
+  for (int n = 0; n < 256 * 67 + 200000; ++n) {
+    Block b{}, want;
     const int v = n % 256 - 128, at = n / 256;
-    if (n < 256 * 65) {  // every level flat, and every impulse
-      at == 64 ? b.fill(static_cast<int16_t>(v)) : void(b[at] = static_cast<int16_t>(v));
-    } else if (n < 256 * 65 + 512) {  // every extreme row, down the rows and across the columns
-      for (int i = 0; i < 64; ++i) b[i] = (n % 256 >> (n % 512 < 256 ? i % 8 : i / 8) & 1) ? 127 : -128;
+    if (at <= 64) {  // every impulse, and every level flat
+      at < 64 ? void(b[at] = static_cast<int16_t>(v)) : b.fill(static_cast<int16_t>(v));
+    } else if (at <= 66) {  // every extreme row, down the rows and across the columns
+      for (int i = 0; i < 64; ++i) b[i] = (n % 256 >> (at == 65 ? i % 8 : i / 8) & 1) ? 127 : -128;
     } else {
       for (auto& s : b) s = static_cast<int16_t>(n % 2 ? (rng() & 1 ? 127 : -128) : static_cast<int>(rng() % 256) - 128);
     }
-    blocks.push_back(b);
-  }
-  int dc_low = 0, dc_high = 0, ac_most = 0;
-  for (Block b : blocks) {
-    const Block want = reference_fdct(b);
+    want = reference_fdct(b);
     k::fdct_scalar(b.data());
-    ASSERT_EQ(b, want);
+    ASSERT_EQ(b, want) << n;
     dc_low = std::min<int>(dc_low, b[0]), dc_high = std::max<int>(dc_high, b[0]);
     for (int i = 1; i < 64; ++i) ac_most = std::max(ac_most, std::abs(b[i]));
   }
-  // Within what the reciprocals divide exactly, DC differences within the
-  // table, AC values within category 10.
+  // Within what the reciprocals divide exactly and the coding tables reach.
   EXPECT_EQ(std::make_pair(dc_low, dc_high), std::make_pair(-1025, 1016));
   EXPECT_LT(ac_most, 1024);
 }
 
 TEST(JpegEncoderKernels, QuantisationDividesForEveryEntryAndEveryCoefficient) {
-  // Entry i is (q + i) % 256 and coefficient n is c0 + n: each (entry,
-  // coefficient) pair of 0..255 by -2048..2111 meets once, and the order
-  // of entries (zig-zag) against coefficients (natural) is checked.
+  // Entry i is (q + i) % 256 and coefficient n is c0 + n: every (entry,
+  // coefficient) pair of 0..255 by -2048..2111 meets once, zig-zag entries
+  // against natural coefficients.
   for (int q = 0; q < 256; ++q) {
     std::array<uint8_t, 64> table;
     for (int i = 0; i < 64; ++i) table[i] = static_cast<uint8_t>((q + i) % 256);
@@ -98,15 +90,12 @@ TEST(JpegEncoderKernels, QuantisationDividesForEveryEntryAndEveryCoefficient) {
 
 // Reads a stream back a bit at a time; every 0xFF must come stuffed.
 struct Reader {
-  using Codes = std::map<std::pair<int, int>, int>;  // (length, code) -> symbol
   Bytes bytes;
   std::size_t bit = 0;
   Reader(const uint8_t* p, std::size_t n) {
     for (std::size_t i = 0; i < n; ++i) {
       bytes.push_back(p[i]);
-      if (p[i] == 0xFF) {
-        EXPECT_EQ(i + 1 < n ? p[++i] : -1, 0) << "unstuffed 0xFF at " << i;
-      }
+      if (p[i] == 0xFF && (i + 1 == n || p[++i] != 0)) ADD_FAILURE() << "unstuffed 0xFF at " << i;
     }
   }
   int get(int n) {
@@ -114,38 +103,37 @@ struct Reader {
     for (; n > 0; --n, ++bit) v = 2 * v + (bit / 8 < bytes.size() ? bytes[bit / 8] >> (7 - bit % 8) & 1 : 1);
     return v;
   }
-  int symbol(const Codes& codes) {
+  int symbol(int slot) {
+    static const auto codes = [] {  // (length, code) -> symbol of each slot, the standard's canonical way
+      Tjpeg t{};
+      pix::jpeg::set_default_huffman(t);
+      std::array<std::map<std::pair<int, int>, int>, 4> c;
+      for (int s = 0; s < 4; ++s)
+        for (int length = 1, code = 0, j = 0; length <= 16; ++length, code <<= 1)
+          for (int n = 0; n < t.BITS[s][length - 1]; ++n) c[s][{length, code++}] = t.HUFFVAL[s][j++];
+      return c;
+    }();
     for (int length = 1, code = get(1); length <= 16; ++length, code = 2 * code + get(1)) {
-      if (auto it = codes.find({length, code}); it != codes.end()) return it->second;
+      if (auto it = codes[slot].find({length, code}); it != codes[slot].end()) return it->second;
     }
     ADD_FAILURE() << "no code at bit " << bit;
     return 0;
   }
-  int value(int cat) {
+  int16_t value(int cat) {
     const int v = get(cat);
-    return cat == 0 || v >= 1 << (cat - 1) ? v : v - (1 << cat) + 1;
+    return static_cast<int16_t>(cat == 0 || v >= 1 << (cat - 1) ? v : v - (1 << cat) + 1);
   }
-  // Chroma blocks use the second DC and AC tables.
   Block block(bool chroma) {
-    static const std::array<Codes, 4> codes = [] {  // the standard's canonical codes, slot by slot
-      Tjpeg t{};
-      pix::jpeg::set_default_huffman(t);
-      std::array<Codes, 4> c;
-      for (int slot = 0; slot < 4; ++slot)
-        for (int length = 1, code = 0, j = 0; length <= 16; ++length, code <<= 1)
-          for (int n = 0; n < t.BITS[slot][length - 1]; ++n) c[slot][{length, code++}] = t.HUFFVAL[slot][j++];
-      return c;
-    }();
     Block zz{};
-    zz[0] = static_cast<int16_t>(value(symbol(codes[chroma])));
-    for (int i = 1, s; i < 64 && (s = symbol(codes[2 + chroma])) != 0x00; ++i) {  // until the end of block
+    zz[0] = value(symbol(chroma));
+    for (int i = 1, s; i < 64 && (s = symbol(2 + chroma)) != 0x00; ++i) {  // up to coefficient 63 or an end of block
       i += s >> 4;
-      if (s != 0xF0) zz.at(i) = static_cast<int16_t>(value(s & 15));
+      if (s != 0xF0) zz.at(i) = value(s & 15);
     }
     return zz;
   }
-  // The fill: zeros and a 1 in the last byte's lowest bit, a whole 0x01 after
-  // data that ended on a byte boundary.
+  // Zeros and a 1 in the last byte's lowest bit; a whole 0x01 after data
+  // that ended on a byte boundary.
   void expect_fill() {
     const std::size_t end = bytes.size() * 8;
     ASSERT_TRUE(end > bit && end - bit <= 8) << bit << " of " << end;
@@ -177,11 +165,10 @@ TEST(JpegEncoderKernels, BlocksDecodeBackThroughTheStandardCodes) {
       end = k::encode_block(w, end, b.data(), (chroma ? tables.dc_chroma_diff : tables.dc_luma_diff).data(),
                             (chroma ? tables.ac_chroma : tables.ac_luma).data());
     }
-    end = k::finish(w, end);
-    Reader r(out.data(), static_cast<std::size_t>(end - out.data()));
+    Reader r(out.data(), static_cast<std::size_t>(k::finish(w, end) - out.data()));
     for (const Block& b : blocks) ASSERT_EQ(r.block(chroma), b);
     r.expect_fill();
-    EXPECT_GT(std::count(out.data(), end, 0xFF), 100);  // stuffing was exercised
+    EXPECT_GT(std::count(r.bytes.begin(), r.bytes.end(), 0xFF), 100);  // stuffing was exercised
   }
 }
 
@@ -204,22 +191,21 @@ class JpegEncoder : public pixtest::LibraryTest {};
 
 Tjpeg& tjpeg(uint32_t h) { return *static_cast<Tjpeg*>(PIX_image_get_ptr(h, PIX_PTR_TJPEG)); }
 
-// Byte b of pixel (x, y): noise on the left half, smooth on the right; the
-// last column and line repeated beyond the image's own.
-uint8_t sample(uint32_t x, uint32_t y, uint32_t b, uint32_t width, uint32_t height) {
-  x = std::min(x, width - 1), y = std::min(y, height - 1);
-  if (x < width / 2) return static_cast<uint8_t>((x * 2654435761u ^ y * 40503u ^ b * 977u) >> 9);
-  return static_cast<uint8_t>(x * 3 + y * 5 + b * 40);
-}
-
-// Fills the image's strip from line y0 with the samples of a w x h image.
+// Fills the image's strip from line y0 with byte b of pixel (x, y) of a w x h
+// image: noise on the left half, smooth on the right, its last column and
+// line repeated beyond it.
 void fill(uint32_t img, uint32_t y0, uint32_t w, uint32_t h) {
-  const uint32_t bpp = (PIX_get_depth(img) + 1) / 8, width = PIX_get_width(img), lines = PIX_get_lines_this_strip(img);
+  const uint32_t bpp = (PIX_get_depth(img) + 1) / 8;
   PIX_image_free_data(img);
   ASSERT_EQ(PIX_image_malloc_a_strip(img), 0u);
   auto* data = static_cast<uint8_t*>(PIX_image_get_ptr(img, PIX_PTR_DATA));
-  for (uint32_t y = 0; y < lines; ++y)
-    for (uint32_t x = 0; x < width * bpp; ++x) data[y * PIX_get_bytes_per_line(img) + x] = sample(x / bpp, y0 + y, x % bpp, w, h);
+  for (uint32_t line = 0; line < PIX_get_lines_this_strip(img); ++line) {
+    for (uint32_t i = 0; i < PIX_get_width(img) * bpp; ++i) {
+      const uint32_t x = std::min(i / bpp, w - 1), y = std::min(y0 + line, h - 1), b = i % bpp;
+      data[line * PIX_get_bytes_per_line(img) + i] = static_cast<uint8_t>(
+          x < w / 2 ? (x * 2654435761u ^ y * 40503u ^ b * 977u) >> 9 : x * 3 + y * 5 + b * 40);
+    }
+  }
 }
 
 // The image in strips of `lines`, compressed into `dest`: every strip's bytes.
@@ -235,37 +221,33 @@ Bytes compress(uint32_t src, uint32_t dest, uint32_t lines) {
   return all;
 }
 
-// The zig-zag blocks the image codes to, from its padded raster; RGB is
-// padded, then converted by the library's converter.
+// The zig-zag blocks an image codes to, from its padded raster (RGB padded,
+// then converted by the library's converter).
 std::vector<Block> expected(uint16_t format, uint32_t width, uint32_t height, uint16_t q_scale) {
   const bool grey = format == PIX_Y8;
-  const uint32_t pw = (width + (grey ? 7 : 15)) / (grey ? 8 : 16) * (grey ? 8 : 16), ph = (height + 7) / 8 * 8;
+  const uint32_t pw = grey ? (width + 7) / 8 * 8 : (width + 15) / 16 * 16, ph = (height + 7) / 8 * 8;
   const uint32_t padded = pixtest::make_image(format, pw, ph, ph), raster = PIX_image_create();
   fill(padded, 0, width, height);
   EXPECT_EQ(grey || format == PIX_YUV422 ? PIX_image_copy(padded, raster) : PIX_convert_to_YUV422(padded, raster, 3), 0u);
-  if (format == PIX_YUV422) {  // the last pixel is Y1 of the last pair, with that pair's chroma
-    auto* d = static_cast<uint8_t*>(PIX_image_get_ptr(raster, PIX_PTR_DATA));
-    for (uint32_t y = 0; y < ph; ++y)
-      for (uint32_t x = width; x < pw; ++x) d[2 * (y * pw + x) + 1] = sample(x % 2 ? width - 1 : width - 2, y, 1, width, height);
-  }
+  const auto* data = static_cast<uint8_t*>(PIX_image_get_ptr(raster, PIX_PTR_DATA));
+  const auto at = [&](uint32_t x, uint32_t y) {  // the chroma of a YUV pixel past the last is that of the last pair
+    return y * PIX_get_bytes_per_line(raster) + (format == PIX_YUV422 && x >= 2 * width && x % 2 ? 2 * width - 4 + x % 4 : x);
+  };
   Tjpeg t{};
   t.Q_scale = q_scale;
   pix::jpeg::make_quant_tables(t);
   std::vector<Block> blocks;
   int predictor[3] = {};
-  const auto* lines = static_cast<const uint8_t*>(PIX_image_get_ptr(raster, PIX_PTR_DATA));
   for (uint32_t my = 0; my < ph; my += 8) {
     for (uint32_t mx = 0; mx < pw; mx += grey ? 8 : 16) {
-      for (int c = 0, component = 0; c < (grey ? 1 : 4); ++c, component = c < 2 ? 0 : c - 1) {
+      for (int c = 0; c < (grey ? 1 : 4); ++c) {  // grey, or Y1, Y2, U, V
         Block b, zz;
-        for (uint32_t r = 0; r < 8; ++r)
-          for (uint32_t i = 0; i < 8; ++i)  // grey, or Y1, Y2, U, V of the MCU
-            b[8 * r + i] = static_cast<int16_t>(lines[(my + r) * PIX_get_bytes_per_line(raster) +
-                                                      (grey ? mx + i : c < 2 ? 2 * (mx + 8 * c + i) : 2 * mx + 4 * i + 2 * c - 3)] - 128);
+        for (uint32_t r = 0; r < 64; ++r)
+          b[r] = static_cast<int16_t>(data[at(grey ? mx + r % 8 : c < 2 ? 2 * (mx + 8 * c + r % 8) : 2 * mx + 4 * (r % 8) + 2 * c - 3, my + r / 8)] - 128);
         b = reference_fdct(b);
+        const int component = c < 2 ? 0 : c - 1;
         for (int i = 0; i < 64; ++i) zz[i] = static_cast<int16_t>(quantised(b[kZigZag[i]], t.Q_tables[component != 0][i]));
-        const int dc = std::exchange(zz[0], static_cast<int16_t>(zz[0] - predictor[component]));
-        predictor[component] = dc;
+        zz[0] = static_cast<int16_t>(zz[0] - std::exchange(predictor[component], zz[0]));
         blocks.push_back(zz);
       }
     }
@@ -286,7 +268,7 @@ TEST_F(JpegEncoder, ImagesDecodeToTheReferenceBlocksInStripsOfAnyHeight) {
     PIX_JPEG_set_Quality_factor(dest, q);
     const Bytes whole = compress(src, dest, height);
     for (uint32_t lines : {1u, 7u, 8u, 30u}) EXPECT_EQ(compress(src, dest, lines), whole) << lines;
-    // Coded padded, described unpadded; the last strip was cut in place.
+    // Coded padded, described unpadded; the source's last strip cut in place.
     EXPECT_EQ((std::vector<uint32_t>{PIX_get_width(dest), PIX_get_height(dest), PIX_image_get_parameter(dest, PIX_IMAGE_FORMAT),
                                      PIX_get_depth(dest), PIX_get_lines_this_strip(dest), PIX_get_lines_this_strip(src)}),
               (std::vector<uint32_t>{width, height, format == PIX_Y8 ? 2u : 12u, format == PIX_Y8 ? 8u : 16u, 30,
