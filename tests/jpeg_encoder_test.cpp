@@ -214,7 +214,7 @@ Bytes compress(uint32_t src, uint32_t dest, uint32_t lines) {
   for (uint32_t y0 = 0; y0 < PIX_get_height(src); y0 += lines) {
     PIX_image_set_parameter(src, PIX_LINES_THIS_STRIP, lines);
     fill(src, y0, PIX_get_width(src), PIX_get_height(src));
-    EXPECT_EQ(PIX_JPEG_compress(src, dest, 3), 0u);
+    if (PIX_JPEG_compress(src, dest, 3) != 0 || tjpeg(dest).data == nullptr) return ADD_FAILURE() << "failed", Bytes{};
     all.insert(all.end(), tjpeg(dest).data, tjpeg(dest).data + tjpeg(dest).length);
   }
   EXPECT_EQ(Bytes(tjpeg(dest).data + tjpeg(dest).length, tjpeg(dest).data + tjpeg(dest).length + 2), (Bytes{0xFF, 0xD9}));
@@ -313,6 +313,12 @@ TEST_F(JpegEncoder, RefusalsAreReportedUnderTheirStage) {
   EXPECT_EQ(compress(src, dest, 8), zero);
   PIX_image_set_parameter(src, PIX_LINES_THIS_STRIP, 0);  // a strip of no lines does nothing
   EXPECT_EQ(PIX_JPEG_compress(src, 999, 3), 0u);
+  // Destroying every image ends a run under way: the next image starts afresh.
+  PIX_image_set_parameter(src, PIX_IMAGE_HEIGHT, 16);
+  PIX_image_set_parameter(src, PIX_LINES_THIS_STRIP, 8);
+  EXPECT_EQ(PIX_JPEG_compress(src, dest, 3), 0u);
+  PIX_image_destroy(PIX_ALL_IMAGES);
+  EXPECT_EQ(compress(pixtest::make_image(PIX_Y8, 8, 8), PIX_JPEG_image_create(), 8), zero);
 }
 
 }  // namespace
