@@ -1,0 +1,220 @@
+// Scalar block kernels of the JPEG encoder, and the choice of the kernels
+// this processor runs.
+#include "encode.h"
+
+#include <bit>
+#include <cstring>
+
+#include "core/simd.h"
+
+namespace pix::jpeg::kernels {
+namespace {
+
+// Kept: a sum above 0 rounds half up, a sum of 0 or below is taken half a
+// unit lower and floored (arithmetic shift), so 0 itself gives -1.
+PIX95_INLINE int32_t descale(int32_t s, int n) {
+  const int32_t half = int32_t{1} << (n - 1);
+  return (s > 0 ? s + half : s - half) >> n;
+}
+
+// One pass of butterflies over the 8 rows (Rows) or the 8 columns of the
+// block.  The row pass leaves its results 4 times the transform's; the
+// column pass takes that factor and the output's division by 8 out.
+template <bool Rows>
+PIX95_INLINE void fdct_pass(int16_t* b) {
+  constexpr int step = Rows ? 1 : 8, next = Rows ? 8 : 1, shift = Rows ? 11 : 18;
+  for (int i = 0; i < 8; ++i, b += next) {
+    const int32_t d0 = b[0], d1 = b[step], d2 = b[2 * step], d3 = b[3 * step];
+    const int32_t d4 = b[4 * step], d5 = b[5 * step], d6 = b[6 * step], d7 = b[7 * step];
+    const int32_t tmp0 = d0 + d7, tmp1 = d1 + d6, tmp2 = d2 + d5, tmp3 = d3 + d4;
+    const int32_t tmp7 = d0 - d7, tmp6 = d1 - d6, tmp5 = d2 - d5, tmp4 = d3 - d4;
+    const int32_t tmp10 = tmp0 + tmp3, tmp13 = tmp0 - tmp3, tmp11 = tmp1 + tmp2, tmp12 = tmp1 - tmp2;
+    if constexpr (Rows) {
+      b[0] = static_cast<int16_t>((tmp10 + tmp11) * 4);
+      b[4 * step] = static_cast<int16_t>((tmp10 - tmp11) * 4);
+    } else {
+      b[0] = static_cast<int16_t>(descale(tmp10 + tmp11, 5));
+      b[4 * step] = static_cast<int16_t>(descale(tmp10 - tmp11, 5));
+    }
+    const int32_t z1 = (tmp12 + tmp13) * 4433;
+    b[2 * step] = static_cast<int16_t>(descale(z1 + tmp13 * 6270, shift));
+    b[6 * step] = static_cast<int16_t>(descale(z1 - tmp12 * 15137, shift));
+    const int32_t z5 = (tmp4 + tmp5 + tmp6 + tmp7) * 9633;
+    const int32_t a = (tmp4 + tmp7) * -7373, bb = (tmp5 + tmp6) * -20995;
+    const int32_t c = z5 + (tmp4 + tmp6) * -16069, e = z5 + (tmp5 + tmp7) * -3196;
+    b[7 * step] = static_cast<int16_t>(descale(tmp4 * 2446 + a + c, shift));
+    b[5 * step] = static_cast<int16_t>(descale(tmp5 * 16819 + bb + e, shift));
+    b[3 * step] = static_cast<int16_t>(descale(tmp6 * 25172 + bb + c, shift));
+    b[step] = static_cast<int16_t>(descale(tmp7 * 12299 + a + e, shift));
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Huffman coding.
+
+PIX95_INLINE bool has_ff_byte(uint64_t word) {
+  const uint64_t x = ~word;
+  return ((x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull) != 0;
+}
+
+// `bytes` bytes of `word`, top first, 0xFF followed by 0x00.
+PIX95_INLINE uint8_t* stuffed(uint8_t* out, uint64_t word, int bytes) {
+  for (int s = 8 * (bytes - 1); s >= 0; s -= 8) {
+    const auto b = static_cast<uint8_t>(word >> s);
+    *out++ = b;
+    if (b == 0xFF) *out++ = 0;
+  }
+  return out;
+}
+
+// Two words at once; the fast path for the usual case of no 0xFF byte.
+PIX95_INLINE uint8_t* emit64(uint8_t* out, uint64_t word) {
+  if (has_ff_byte(word)) return stuffed(out, word, 8);
+  if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
+  std::memcpy(out, &word, 8);
+  return out + 8;
+}
+
+// Bit k set for each non-zero zz[k], four values a 64-bit word: the top bit
+// of each 16-bit lane tells a non-zero lane, and one multiplication gathers
+// the four top bits (their products land on distinct bits, so nothing carries).
+PIX95_INLINE uint64_t nonzero_mask(const int16_t* zz) {
+  uint64_t mask = 0;
+  for (int i = 0; i < 16; ++i) {
+    uint64_t w = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+      std::memcpy(&w, zz + 4 * i, 8);
+    } else {
+      for (int j = 0; j < 4; ++j) w |= uint64_t{static_cast<uint16_t>(zz[4 * i + j])} << (16 * j);
+    }
+    const uint64_t top = (((w & 0x7FFF7FFF7FFF7FFFull) + 0x7FFF7FFF7FFF7FFFull) | w) & 0x8000800080008000ull;
+    mask |= ((top >> 15) * 0x0000200040008001ull >> 45 & 0xF) << (4 * i);
+  }
+  return mask;
+}
+
+// The writer in registers while a block is coded (stores through `out`
+// could otherwise alias it).
+struct Pending {
+  uint64_t bits;
+  int count;
+  // Appends the low n bits of `value` (n <= 32, no bits above n set).
+  PIX95_INLINE void put(uint8_t*& out, uint32_t value, int n) {
+    if (count + n < 64) {
+      bits = (bits << n) | value;
+      count += n;
+      return;
+    }
+    const int room = 64 - count;  // 1..32, since count >= 32 here
+    out = emit64(out, (bits << room) | (uint64_t{value} >> (n - room)));
+    bits = value;
+    count = n - room;
+  }
+};
+
+}  // namespace
+
+void grey_block(const uint8_t* const lines[8], std::size_t x, int16_t* block) noexcept {
+  for (int r = 0; r < 8; ++r) {
+    const uint8_t* p = lines[r] + x;
+    for (int c = 0; c < 8; ++c) block[8 * r + c] = static_cast<int16_t>(p[c] - 128);
+  }
+}
+
+void yuv_mcu(const uint8_t* const lines[8], std::size_t x, int16_t* y1, int16_t* y2, int16_t* u,
+             int16_t* v) noexcept {
+  for (int r = 0; r < 8; ++r) {
+    const uint8_t* p = lines[r] + 2 * x;
+    for (int c = 0; c < 8; ++c) {
+      y1[8 * r + c] = static_cast<int16_t>(p[2 * c] - 128);
+      y2[8 * r + c] = static_cast<int16_t>(p[16 + 2 * c] - 128);
+      u[8 * r + c] = static_cast<int16_t>(p[4 * c + 1] - 128);
+      v[8 * r + c] = static_cast<int16_t>(p[4 * c + 3] - 128);
+    }
+  }
+}
+
+void fdct_scalar(int16_t* block) noexcept {
+  fdct_pass<true>(block);
+  fdct_pass<false>(block);
+}
+
+Quantiser make_quantiser(const uint8_t* table) noexcept {
+  Quantiser q{};
+  for (int i = 0; i < 64; ++i) {
+    const uint32_t entry = table[i];
+    const uint32_t divisor = entry == 0 ? 1 : entry;
+    const int n = kZigZag[i];
+    q.multiplier[n] = ((uint32_t{1} << kReciprocalShift) + divisor - 1) / divisor;
+    q.half[n] = static_cast<uint16_t>(entry / 2);
+  }
+  return q;
+}
+
+void quantise_scalar(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept {
+  // In natural order first, without branches (coefficient signs are as good
+  // as random), then into zig-zag order.
+  int16_t natural[64];
+  for (int n = 0; n < 64; ++n) {
+    const int32_t c = block[n], sign = c >> 31;
+    const uint32_t x = static_cast<uint32_t>((c ^ sign) - sign) + q.half[n];
+    const auto r = static_cast<int32_t>((x * q.multiplier[n]) >> kReciprocalShift);
+    natural[n] = static_cast<int16_t>((r ^ sign) - sign);
+  }
+  for (int i = 0; i < 64; ++i) zz[i] = natural[kZigZag[i]];
+}
+
+const BlockKernels& block_kernels() noexcept {
+  // Scalar at every level until vector bodies exist.
+  static const BlockKernels chosen{fdct_scalar, quantise_scalar};
+  return chosen;
+}
+
+uint8_t* encode_block(BitWriter& w, uint8_t* out, const int16_t* zz, const DcPattern* dc,
+                      const SymbolCode* ac) noexcept {
+  Pending p{w.bits, w.count};
+  const DcPattern d = dc[zz[0] + kMaxDcDifference];
+  p.put(out, static_cast<uint32_t>(uint64_t{d.bits} >> (32 - d.length)), d.length);
+  // AC values by a mask of the non-zero ones; zeros only lengthen the run.
+  const uint64_t nonzero = nonzero_mask(zz) & ~uint64_t{1};
+  int last = 0;
+  for (uint64_t rest = nonzero; rest != 0; rest &= rest - 1) {
+    const int k = std::countr_zero(rest);
+    int run = k - last - 1;
+    for (; run >= 16; run -= 16) p.put(out, ac[0xF0].code, ac[0xF0].length);
+    const int32_t v = zz[k];
+    const int cat = std::bit_width(static_cast<uint32_t>(v < 0 ? -v : v));
+    const uint32_t extra = static_cast<uint32_t>(v < 0 ? v - 1 : v) & ((uint32_t{1} << cat) - 1);
+    const SymbolCode s = ac[run * 16 + cat];
+    p.put(out, (s.code << cat) | extra, s.length + cat);
+    last = k;
+  }
+  if (last != 63) p.put(out, ac[0].code, ac[0].length);  // no end of block after coefficient 63
+  w = {p.bits, p.count};
+  return out;
+}
+
+uint8_t* emit_words(BitWriter& w, uint8_t* out) noexcept {
+  for (; w.count >= 32; w.count -= 32) out = stuffed(out, w.bits >> (w.count - 32), 4);
+  return out;
+}
+
+uint8_t* finish(BitWriter& w, uint8_t* out) noexcept {
+  out = emit_words(w, out);
+  const int n = w.count;
+  if (n == 0) return out;
+  // Kept: the pending bits top-aligned in a 32-bit accumulator, written a
+  // byte at a time down to `low`, the lowest bit of the last byte set.
+  const auto acc = static_cast<uint32_t>(w.bits << (32 - n));
+  const int low = 8 * ((31 - n) / 8);
+  for (int shift = 24; shift >= low; shift -= 8) {
+    auto b = static_cast<uint8_t>(acc >> shift);
+    if (shift - 8 < low) b |= 1;
+    *out++ = b;
+    if (b == 0xFF) *out++ = 0;
+  }
+  w = {};
+  return out;
+}
+
+}  // namespace pix::jpeg::kernels

@@ -1,0 +1,81 @@
+// Block kernels of the JPEG encoder: raster lines to 8x8 blocks, the forward
+// DCT, quantisation into zig-zag order, and the Huffman coding of a block.
+// Pure functions: no handles, no errors, no allocation.  The scalar kernels
+// are the reference; a SIMD kernel must give the same values on every input.
+//
+// Blocks are 64 int16_t values, row after row.  Every value the encoder
+// makes fits: samples are -128..127, the DCT's row pass stays within
+// +-4100 and its results within -1025..1016 for the DC and about +-950 for
+// the others, so quantised DC differences stay within +-2041 and AC values
+// within category 10.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "jpeg/tables.h"
+
+namespace pix::jpeg::kernels {
+
+// Raster to blocks: `lines` are the 8 lines of a block row, each at least as
+// long as the block row is wide.
+// The grey block at pixel x, each sample less 128.
+void grey_block(const uint8_t* const lines[8], std::size_t x, int16_t* block) noexcept;
+// The four blocks of the 16x8 YUV 4:2:2 MCU at pixel x (bytes Y0 U Y1 V per
+// pair): Y of pixels x..x+7, Y of x+8..x+15, then U and V of its 8 pairs.
+void yuv_mcu(const uint8_t* const lines[8], std::size_t x, int16_t* y1, int16_t* y2, int16_t* u,
+             int16_t* v) noexcept;
+
+// The integer forward DCT in place, at the true scale of the transform.
+void fdct_scalar(int16_t* block) noexcept;
+
+// Quantisation by one table, as reciprocals: for every |c| + q/2 below 4096
+// (all the DCT can give), (x * multiplier) >> 20 is exactly x / q.  Entries
+// in natural order.
+struct Quantiser {
+  uint32_t multiplier[64];
+  uint16_t half[64];
+};
+inline constexpr int kReciprocalShift = 20;
+// From a table of 64 entries in zig-zag order, as a record holds it.  An
+// entry of 0 (a Q scale above 320) divides by 1 rather than trap.
+Quantiser make_quantiser(const uint8_t* table) noexcept;
+// The block's coefficients quantised, (c + q/2) / q above 0 and
+// (c - q/2) / q otherwise, truncated toward zero, in zig-zag order.
+void quantise_scalar(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept;
+
+// The kernels of the active SIMD level, chosen once.
+struct BlockKernels {
+  void (*fdct)(int16_t* block) noexcept;
+  void (*quantise)(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept;
+};
+const BlockKernels& block_kernels() noexcept;
+
+// ---------------------------------------------------------------------------
+// Huffman coding.
+//
+// The stream is the concatenation of every code and its extra bits, cut into
+// 32-bit words that go out top byte first, each 0xFF byte followed by a
+// stuffed 0x00.  The writer collects up to 63 bits and writes two words at a
+// time; only whole words ever go out, so a strip ends with the same bytes
+// (and the same pending bits) as a writer of one word at a time.
+struct BitWriter {
+  uint64_t bits = 0;  // pending bits, right-aligned; those above `count` are stale
+  int count = 0;      // 0..63
+};
+
+// Most bytes one block can add: 27 bits for the DC, at most 27 for each AC
+// value, 3 runs of sixteen zeros and an end of block, every byte stuffed.
+inline constexpr std::size_t kMaxBlockBytes = 448;
+
+// Codes one block whose value 0 is the DC difference (-2047..2047).  `dc` is
+// a DC difference table, `ac` the AC symbol codes.  Returns the new end.
+uint8_t* encode_block(BitWriter& w, uint8_t* out, const int16_t* zz, const DcPattern* dc,
+                      const SymbolCode* ac) noexcept;
+// Writes the whole words of the pending bits; fewer than 32 remain.
+uint8_t* emit_words(BitWriter& w, uint8_t* out) noexcept;
+// The end of the stream: whole words, then n pending bits (0 < n < 32) in
+// n / 8 + 1 bytes whose spare bits are 0 but the last one, which is 1.
+uint8_t* finish(BitWriter& w, uint8_t* out) noexcept;
+
+}  // namespace pix::jpeg::kernels
