@@ -112,7 +112,8 @@ uint16_t file_format_of(const std::string& path) {
   if (ext == ".tga") return PIX_FILE_TGA;
   if (ext == ".eps") return PIX_FILE_EPS;
   if (ext == ".raw") return PIX_FILE_RAW;
-  throw UsageError("cannot tell the file format of '" + path + "' (use .bmp .tif .tiff .tga .eps .raw)");
+  if (ext == ".jpg" || ext == ".jpeg") return PIX_FILE_JPEG;
+  throw UsageError("cannot tell the file format of '" + path + "' (use .bmp .tif .tiff .tga .eps .raw .jpg)");
 }
 
 void read_header(uint32_t image) {

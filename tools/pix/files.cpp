@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
+#include "jpeg.h"
 #include "pix.h"
 
 namespace pixtool {
@@ -16,9 +18,10 @@ struct ConvertOptions {
   int target = -1;
   uint32_t strip_lines = 64;
   bool lut = false;
+  uint16_t q_scale = 32;  // JPEG output
 };
 
-ConvertOptions parse_convert(const std::vector<std::string>& args) {
+ConvertOptions parse_convert(const Args& args) {
   ConvertOptions o;
   std::vector<std::string> files;
   for (std::size_t i = 0; i < args.size(); ++i) {
@@ -37,6 +40,10 @@ ConvertOptions parse_convert(const std::vector<std::string>& args) {
       o.strip_lines = number(value(), 0, 65535, "--strip-lines");
     } else if (a == "--lut") {
       o.lut = true;
+    } else if (a == "--quality") {
+      o.q_scale = q_scale_of_quality(number(value(), 1, 100, "--quality"));
+    } else if (a == "--qscale") {
+      o.q_scale = static_cast<uint16_t>(number(value(), 1, 400, "--qscale"));
     } else if (!a.empty() && a[0] == '-') {
       throw UsageError("unknown option '" + a + "'");
     } else {
@@ -49,35 +56,67 @@ ConvertOptions parse_convert(const std::vector<std::string>& args) {
   return o;
 }
 
+// Where strips come from: the read dispatcher, or the JPEG decoder.
+class Source {
+ public:
+  Source(const ConvertOptions& o) {
+    PIX_image_set_infilename(image_, o.in.c_str());
+    if (PIX_image_find_file_format(o.in.c_str()) == PIX_FILE_JPEG) {
+      // Colour stays YUV 4:2:2 where it goes on as such, else leaves as RGB24.
+      const uint16_t out = file_format_of(o.out);
+      jpeg_.emplace(o.in, o.strip_lines,
+                    o.target == PIX_YUV422 || (o.target < 0 && (out == PIX_FILE_JPEG || out == PIX_FILE_RAW)));
+      height_ = jpeg_->height();
+      strip_lines_ = jpeg_->strip_lines();
+    } else if (o.strip_lines == 0) {
+      PIX_image_set_parameter(image_, PIX_IMAGE_HEIGHT, 32767);  // the whole image in one read
+    } else {
+      read_header(image_);
+      height_ = param(image_, PIX_IMAGE_HEIGHT);
+      // JPEG output is coded in whole block rows of 8 lines.
+      strip_lines_ = std::min(o.strip_lines, std::max(height_, 1u));
+      if (file_format_of(o.out) == PIX_FILE_JPEG) strip_lines_ = (strip_lines_ + 7) / 8 * 8;
+      PIX_image_set_parameter(image_, PIX_LINES_THIS_STRIP, strip_lines_);
+    }
+  }
+  uint32_t image() const { return image_; }
+  uint32_t height() const { return height_; }
+  uint32_t strips() const { return height_ == 0 ? 1 : (height_ + strip_lines_ - 1) / std::max(strip_lines_, 1u); }
+  // The next strip; its lines (0 when the source had nothing more).
+  uint32_t next() {
+    if (jpeg_) return jpeg_->next(image_) ? param(image_, PIX_LINES_THIS_STRIP) : 0;
+    check(PIX_image_read(image_, 0, PIX_STRIP_NEXT), "reading");
+    height_ = param(image_, PIX_IMAGE_HEIGHT);
+    return param(image_, PIX_LINES_THIS_STRIP);
+  }
+
+ private:
+  Image image_;
+  std::optional<JpegReader> jpeg_;
+  uint32_t height_ = 0, strip_lines_ = 64;
+};
+
 // Streams IN through the converter to OUT, one strip at a time.
 int convert_files(const ConvertOptions& o) {
   const uint16_t out_format = file_format_of(o.out);
-  Image in;
+  Source in(o);
   Image expanded;
   Image converted;
-  PIX_image_set_infilename(in, o.in.c_str());
-  uint32_t height = 0;
-  if (o.strip_lines == 0) {
-    PIX_image_set_parameter(in, PIX_IMAGE_HEIGHT, 32767);  // the whole image in one read
-  } else {
-    read_header(in);
-    height = param(in, PIX_IMAGE_HEIGHT);
-    PIX_image_set_parameter(in, PIX_LINES_THIS_STRIP, std::min(o.strip_lines, std::max(height, 1u)));
-  }
+  Image for_jpeg;
+  std::optional<JpegWriter> jpeg;
+  if (out_format == PIX_FILE_JPEG) jpeg.emplace(o.out, o.q_scale);
   const bool converting = o.target >= 0;
   const uint32_t flags = o.lut ? PIX_FLAG_USE_LUT : 0;
   uint32_t done = 0;
-  Progress bar("converting", height == 0 ? 1 : (height + o.strip_lines - 1) / std::max(o.strip_lines, 1u));
+  Progress bar("converting", in.strips());
   uint32_t strips = 0;
   do {
-    check(PIX_image_read(in, 0, PIX_STRIP_NEXT), "reading");
-    height = param(in, PIX_IMAGE_HEIGHT);
-    const uint32_t lines = param(in, PIX_LINES_THIS_STRIP);
-    uint32_t source = in;
-    if (converting && param(in, PIX_IMAGE_FORMAT) == PIX_PALETTED && o.target != PIX_PALETTED) {
+    const uint32_t lines = in.next();
+    uint32_t source = in.image();
+    if ((converting || jpeg) && param(source, PIX_IMAGE_FORMAT) == PIX_PALETTED && o.target != PIX_PALETTED) {
       // Paletted pixels leave through their colour map: grey maps give Y8,
       // others RGB24; the step below goes on from there when needed.
-      check(PIX_image_convert(in, expanded, PIX_RGB24_OR_Y8, flags, PIX_STRIP_NEXT), "expanding the palette");
+      check(PIX_image_convert(source, expanded, PIX_RGB24_OR_Y8, flags, PIX_STRIP_NEXT), "expanding the palette");
       source = expanded;
     }
     if (converting && param(source, PIX_IMAGE_FORMAT) != static_cast<uint32_t>(o.target)) {
@@ -85,23 +124,35 @@ int convert_files(const ConvertOptions& o) {
             "converting");
       source = converted;
     }
-    PIX_image_set_outfilename(source, o.out.c_str());
-    check(PIX_image_write(source, 0, out_format, PIX_STRIP_NEXT), "writing");
+    if (jpeg) {
+      if (!JpegWriter::accepts(param(source, PIX_IMAGE_FORMAT))) {
+        check(PIX_image_convert(source, for_jpeg, PIX_RGB24, flags, PIX_STRIP_NEXT), "converting for JPEG");
+        source = for_jpeg;
+      }
+      jpeg->write(source);
+    } else {
+      PIX_image_set_outfilename(source, o.out.c_str());
+      check(PIX_image_write(source, 0, out_format, PIX_STRIP_NEXT), "writing");
+    }
     done += lines;
     bar.update(++strips);
     if (lines == 0) break;
-  } while (done < height);
+  } while (done < in.height());
   return 0;
 }
 
 }  // namespace
 
-int info(const std::vector<std::string>& args) {
+int info(const Args& args) {
   if (args.size() != 1) throw UsageError("info takes one file");
   const uint32_t found = check(PIX_image_find_file_format(args[0].c_str()), "detecting the file format");
   std::printf("file          %s\n", args[0].c_str());
   std::printf("format        %s\n", file_format_name(found));
   if (found == PIX_FILE_UNRECOGNISED) return 1;
+  if (found == PIX_FILE_JPEG) {
+    print_jpeg_info(args[0]);
+    return 0;
+  }
   Image image;
   PIX_image_set_infilename(image, args[0].c_str());
   read_header(image);

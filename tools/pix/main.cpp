@@ -1,20 +1,23 @@
 // pix: the library's command-line tool.  It uses the public C interface only.
 //
 //   pix info FILE
-//   pix convert IN OUT [--to FORMAT] [--strip-lines N] [--lut]
+//   pix convert IN OUT [--to FORMAT] [--strip-lines N] [--lut] [--quality Q | --qscale N]
+//   pix frames SEQUENCE.jpg DIR
 //   pix demo [DIR]
 #include <pix95.h>
 
 #include <algorithm>
 #include <cstdio>
 
+#include "jpeg.h"
 #include "pix.h"
 
 namespace {
 
 constexpr const char* kUsage =
     "usage: pix info FILE\n"
-    "       pix convert IN OUT [--to FORMAT] [--strip-lines N] [--lut]\n"
+    "       pix convert IN OUT [--to FORMAT] [--strip-lines N] [--lut] [--quality Q | --qscale N]\n"
+    "       pix frames SEQUENCE.jpg DIR\n"
     "       pix demo [DIR]\n"
     "       pix --help\n";
 
@@ -23,14 +26,21 @@ constexpr const char* kHelp =
     "\n"
     "  pix info FILE\n"
     "      the detected file format, width, height, pixel format, depth and the\n"
-    "      number of strips a conversion reads it in\n"
-    "  pix convert IN OUT [--to FORMAT] [--strip-lines N] [--lut]\n"
-    "      reads IN (BMP, TIFF, TGA or EPS), converts it to FORMAT and writes OUT in\n"
-    "      the file format of its extension (.bmp .tif .tiff .tga .eps .raw),\n"
-    "      strip by strip: N lines at a time (default 64; 0 reads the whole image\n"
-    "      at once).  --lut converts through the conversion tables.\n"
+    "      number of strips a conversion reads it in; for JPEG files the\n"
+    "      sampling, the tables held and the number of frames\n"
+    "  pix convert IN OUT [--to FORMAT] [--strip-lines N] [--lut] [--quality Q | --qscale N]\n"
+    "      reads IN (BMP, TIFF, TGA, EPS or JPEG), converts it to FORMAT and writes\n"
+    "      OUT in the file format of its extension (.bmp .tif .tiff .tga .eps .raw\n"
+    "      .jpg .jpeg), strip by strip: N lines at a time (default 64; 0 reads the\n"
+    "      whole image at once).  --lut converts through the conversion tables.\n"
+    "      JPEG output is grey for y8, YUV 4:2:2 otherwise; --quality 1-100 is the\n"
+    "      familiar scale (75, the default, is the library's Q scale 32; 50 is 16,\n"
+    "      90 is 80), --qscale 1-400 the library's own.\n"
     "      FORMAT: bilevel y8 paletted rgb8 rgb15 rgb16 rgb24 bgr24 rgbx32 bgrx32\n"
     "              xbgr32 xrgb32 yuv422 y16 hsi\n"
+    "  pix frames SEQUENCE.jpg DIR\n"
+    "      writes every frame of a motion-JPEG sequence as a JFIF file of its own\n"
+    "      (DIR/frame_0001.jpg, ...)\n"
     "  pix demo [DIR]\n"
     "      makes a 720x576 YUV 4:2:2 test card (colour bars, grey ramp, zone\n"
     "      plate), converts it to the display formats, writes it in every file\n"
@@ -56,6 +66,8 @@ int main(int argc, char** argv) {
       status = info(args);
     } else if (command == "convert") {
       status = convert(args);
+    } else if (command == "frames") {
+      status = frames(args);
     } else if (command == "demo") {
       status = demo(args);
     } else {
