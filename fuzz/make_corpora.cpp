@@ -91,6 +91,37 @@ std::string jpeg_sample(uint16_t format, uint32_t width, uint32_t height, int fr
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+// A picture coded by the encoder and written by the buffer writer: real
+// entropy-coded data for the decoder to start from.
+std::string encoded_sample(uint16_t format, uint32_t width, uint32_t height, uint16_t q_scale) {
+  const uint32_t raster = PIX_image_create(), image = PIX_JPEG_image_create();
+  PIX_image_set_parameter(raster, PIX_IMAGE_FORMAT, format);
+  PIX_image_set_parameter(raster, PIX_IMAGE_WIDTH, width);
+  PIX_image_set_parameter(raster, PIX_IMAGE_HEIGHT, height);
+  PIX_image_set_parameter(raster, PIX_LINES_THIS_STRIP, height);
+  std::string out;
+  if (!PIX_IS_ERROR(PIX_image_malloc_a_strip(raster))) {
+    auto* record = static_cast<tPIX_Image*>(PIX_image_get_ptr(raster, PIX_PTR_RECORD));
+    for (uint32_t y = 0; y < height; ++y) {
+      for (uint32_t x = 0; x < record->bytes_per_line; ++x) {
+        record->data[y * record->bytes_per_line + x] = static_cast<uint8_t>(x * 9 + y * 5 + ((x ^ y) & 16) * 6);
+      }
+    }
+    PIX_JPEG_set_Quality_factor(image, q_scale);
+    if (PIX_JPEG_compress(raster, image, PIX_STRIP_NEXT) == 0) {
+      PIX_JPEG_make_Q_tables(image);
+      PIX_JPEG_set_default_H_tables(image);
+      out.assign(std::size_t{width} * height * 4 + 4096, '\0');
+      uint32_t written = 0;
+      PIX_JPEG_buffer_write(image, reinterpret_cast<uint8_t*>(out.data()), &written, PIX_STRIP_NEXT);
+      out.resize(written);
+    }
+  }
+  PIX_image_destroy(image);
+  PIX_image_destroy(raster);
+  return out;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -151,8 +182,23 @@ int main(int argc, char** argv) {
   };
   for (const auto& [name, bytes] : jpegs) {
     write_text(g_root / "samples" / name, bytes);
-    copy_into(g_root / "samples" / name,
-              {"jpeg_file_fuzzer", "jpeg_buffer_fuzzer", "jpeg_sequence_fuzzer", "detect_fuzzer", "read_dispatch_fuzzer"});
+    copy_into(g_root / "samples" / name, {"jpeg_file_fuzzer", "jpeg_buffer_fuzzer", "jpeg_sequence_fuzzer",
+                                          "jpeg_decode_fuzzer", "detect_fuzzer", "read_dispatch_fuzzer"});
+  }
+  // Coded pictures for the decoder: grey, 4:2:2 at two Q scales, and the
+  // 4:2:2 stream relabelled as 2x2-sampled.
+  std::string two_by_two = encoded_sample(PIX_RGB24, 32, 32, 32);
+  const std::size_t sof = two_by_two.find("\xFF\xC0");
+  if (sof != std::string::npos && sof + 11 < two_by_two.size()) two_by_two[sof + 11] = '\x22';
+  const std::pair<const char*, std::string> coded[] = {
+      {"coded_grey.jpg", encoded_sample(PIX_Y8, 24, 16, 32)},
+      {"coded_422.jpg", encoded_sample(PIX_RGB24, 40, 24, 16)},
+      {"coded_422_fine.jpg", encoded_sample(PIX_RGB24, 16, 8, 2)},
+      {"coded_2x2.jpg", two_by_two},
+  };
+  for (const auto& [name, bytes] : coded) {
+    write_text(g_root / "samples" / name, bytes);
+    copy_into(g_root / "samples" / name, {"jpeg_decode_fuzzer", "jpeg_buffer_fuzzer", "jpeg_sequence_fuzzer"});
   }
 
   // Conversion tables: the first byte picks the table type.

@@ -271,6 +271,10 @@ PIX_API uint32_t PIX_CALL PIX_JPEG_build_image(uint32_t in, uint32_t out, uint16
   if (src->jpeg == nullptr || dst->jpeg == nullptr || src == dst) {
     return report(kName, code::bad_handle, "Not a JPEG image");
   }
+  // A build left open goes on into its output; an output without a buffer
+  // (another image than the open build's) starts a build of its own rather
+  // than have bytes appended where there is nothing to take them.
+  if (!build.progress.idle() && dst->jpeg->data == nullptr) build.progress = {};
   if (uint32_t r = stage::start(build.progress, stage::kBusy,
                                 [&]() -> uint32_t {
                                   if (uint32_t r = PIX_image_copy_parameters(in, out); is_error(r)) return r;

@@ -1,7 +1,8 @@
 #!/bin/sh
-# The pix tool end to end: the demo checks its own files; every writable file
+# The pix tool end to end: the demo checks its own files; every lossless file
 # format then round-trips through `pix convert`, strip by strip, back to the
-# same pixels; failures give the library's code and a non-zero status.
+# same pixels; JPEG files open in djpeg; failures give the library's code and
+# a non-zero status.
 # Usage: pix_cli.sh PIX SCRATCH_DIR
 set -eu
 pix=$1
@@ -28,6 +29,24 @@ for ext in bmp tif tga eps; do
   cmp -s "$dir/grey_ref.raw" "$dir/grey_$ext.raw" || fail "Y8 through .$ext changed the pixels"
 done
 
+# JPEG: a file of each layout decodes in djpeg; decoding ours gives the
+# picture's size whatever the strips; the demo's sequence splits into frames
+# that djpeg opens one by one.
+"$pix" convert "$dir/demo/card_rgb24.bmp" "$dir/colour.jpg" --quality 90 --strip-lines 40
+"$pix" convert "$dir/demo/card_y8.tif" "$dir/grey.jpg" --to y8 --qscale 16
+for f in colour grey; do
+  djpeg -outfile "$dir/$f.pnm" "$dir/$f.jpg" || fail "djpeg refused $f.jpg"
+  "$pix" convert "$dir/$f.jpg" "$dir/${f}_back.tif" --strip-lines 24
+  "$pix" info "$dir/${f}_back.tif" | grep -q "^height *576$" || fail "$f.jpg decoded to another height"
+done
+"$pix" info "$dir/colour.jpg" > "$dir/jinfo.txt"
+grep -q "^sampling *YUV 4:2:2" "$dir/jinfo.txt" || fail "info: JPEG sampling"
+"$pix" info "$dir/demo/bars_25.jpg" | grep -q "^frames *25$" || fail "info: frame count"
+"$pix" frames "$dir/demo/bars_25.jpg" "$dir/frames" > /dev/null
+[ "$(ls "$dir/frames" | wc -l)" -eq 25 ] || fail "frames: not 25 files"
+for f in "$dir"/frames/*.jpg; do djpeg -outfile /dev/null "$f" 2> "$dir/djpeg.txt" || fail "djpeg refused $f"; done
+[ ! -s "$dir/djpeg.txt" ] || fail "djpeg warned: $(cat "$dir/djpeg.txt")"
+
 "$pix" info "$dir/rgb.tif" > "$dir/info.txt"
 grep -q "^width *720$" "$dir/info.txt" || fail "info: width"
 grep -q "^pixel format *rgb24$" "$dir/info.txt" || fail "info: pixel format"
@@ -37,7 +56,7 @@ if "$pix" convert "$dir/no-such-file.bmp" "$dir/x.bmp" 2> "$dir/err.txt"; then f
 grep -q "0x10640000" "$dir/err.txt" || fail "missing file: no status code in '$(cat "$dir/err.txt")'"
 # A disk that takes no bytes: every writer fails, and so does pix.
 if [ -e /dev/full ]; then
-  for ext in bmp tif tga eps raw; do
+  for ext in bmp tif tga eps raw jpg; do
     ln -sf /dev/full "$dir/full.$ext"
     if "$pix" convert "$dir/demo/card_rgb24.bmp" "$dir/full.$ext" 2> "$dir/err.txt"; then fail "writing .$ext to a full disk succeeded"; fi
     grep -q "status 0x106" "$dir/err.txt" || fail "full disk, .$ext: no status code in '$(cat "$dir/err.txt")'"

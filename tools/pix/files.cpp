@@ -125,7 +125,7 @@ int convert_files(const ConvertOptions& o) {
       source = converted;
     }
     if (jpeg) {
-      if (!JpegWriter::accepts(param(source, PIX_IMAGE_FORMAT))) {
+      if (!JpegWriter::accepts(source)) {
         check(PIX_image_convert(source, for_jpeg, PIX_RGB24, flags, PIX_STRIP_NEXT), "converting for JPEG");
         source = for_jpeg;
       }

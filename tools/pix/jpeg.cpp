@@ -35,8 +35,10 @@ JpegWriter::~JpegWriter() {
   }
 }
 
-bool JpegWriter::accepts(uint32_t format) {
-  return format == PIX_Y8 || (format >= PIX_RGB24 && format <= PIX_YUV422);
+bool JpegWriter::accepts(uint32_t image) {
+  const uint32_t format = param(image, PIX_IMAGE_FORMAT);
+  if (format == PIX_YUV422) return param(image, PIX_IMAGE_WIDTH) % 8 == 0 && param(image, PIX_IMAGE_HEIGHT) % 8 == 0;
+  return format == PIX_Y8 || (format >= PIX_RGB24 && format <= PIX_XBGR32);
 }
 
 void JpegWriter::write(uint32_t strip) {

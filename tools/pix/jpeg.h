@@ -19,8 +19,9 @@ class JpegWriter {
  public:
   JpegWriter(std::string path, uint16_t q_scale);
   ~JpegWriter();
-  // The pixel formats the encoder takes.
-  static bool accepts(uint32_t format);
+  // Whether the encoder takes the image as it is (YUV 4:2:2 only in whole
+  // blocks: it pads other formats itself).
+  static bool accepts(uint32_t image);
   // One strip, lines of 8 (or the last strip): compressed and written.
   void write(uint32_t strip);
 
