@@ -82,7 +82,10 @@ uint32_t describe(const Image& from, Image& to) {
   to.skip_bytes = from.skip_bytes;
   to.num_frames = from.num_frames;
   to.start_frame = from.start_frame;
-  to.flags = from.flags;
+  // The flags come along, but not the lock: whether the buffer is the
+  // caller's is the destination's own affair (a locked frame buffer is
+  // written in place, never freed).
+  to.flags = (from.flags & ~PIX_FLAG_LOCKED) | (to.flags & PIX_FLAG_LOCKED);
   to.cmap_size = from.cmap_size;
   if (from.cmap != nullptr && to.cmap != nullptr && from.cmap != to.cmap) {
     const int used = std::min<int>(from.cmap_size, PIX_CMAP_ENTRIES);

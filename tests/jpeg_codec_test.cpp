@@ -92,6 +92,22 @@ TEST_F(JpegCodec, EveryPathDecodesToTheSameSamples) {
     ASSERT_EQ(PIX_image_read(from_file, 0, PIX_STRIP_NEXT), 0u);
     EXPECT_EQ(decode(from_file, decoded), reference);
 
+    // A caller's frame buffer (locked) is decoded into in place.
+    {
+      Bytes frame(kW * 2 * kH + 4096);
+      const uint32_t jpeg = PIX_JPEG_image_create(), out = PIX_image_create();
+      ASSERT_EQ(PIX_JPEG_buffer_read(jpeg, stream.data(), static_cast<int32_t>(written)), 0u);
+      set_parameters(out, {{PIX_IMAGE_FORMAT, decoded}});
+      PIX_image_set_ptr(out, PIX_PTR_DATA, frame.data());
+      PIX_image_set_flags(out, PIX_FLAG_LOCKED, 1);
+      PIX_image_set_parameter(jpeg, PIX_LINES_THIS_STRIP, kH);
+      ASSERT_EQ(PIX_JPEG_decompress(jpeg, out, PIX_STRIP_NEXT), 0u);
+      EXPECT_EQ(PIX_image_get_flags(out, PIX_FLAG_LOCKED), 1u);
+      EXPECT_EQ(PIX_image_get_ptr(out, PIX_PTR_DATA), frame.data());
+      EXPECT_EQ(samples(out), reference);
+      PIX_image_set_ptr(out, PIX_PTR_DATA, nullptr);
+    }
+
     // A copy of the compressed image (held whole) assembles the same stream.
     PIX_image_set_parameter(from_buffer, PIX_LINES_THIS_STRIP, kH);
     const uint32_t copy = PIX_JPEG_image_create();
