@@ -188,7 +188,7 @@ Sides decode(Frame& f, bool grey) {
   sides.theirs = [tj, bytes, size, planes, s] {
     return tjDecompressToYUV2(tj, bytes, size, planes->data(), s.width, 1, s.height, TJFLAG_ACCURATEDCT) == 0;
   };
-  sides.done = [jpeg, dest, tj] {
+  sides.done = [jpeg, dest, tj, out] {  // the destination's buffer lives as long as the sides
     PIX_image_destroy(jpeg);
     release(dest);
     tjDestroy(tj);
@@ -237,8 +237,13 @@ class Collector : public benchmark::ConsoleReporter {
   std::map<std::string, std::map<std::string, std::vector<double>>> rates;
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& r : runs) {
-      if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
-      for (const auto& [side, value] : r.counters) rates[r.benchmark_name()][side].push_back(value);
+      if (r.error_occurred) continue;
+      // Repetitions, or their median when only aggregates are reported.
+      const bool median = r.run_type == Run::RT_Aggregate && r.aggregate_name == "median";
+      if (r.run_type != Run::RT_Iteration && !median) continue;
+      std::string name = r.benchmark_name();
+      if (median) name = name.substr(0, name.size() - std::string("_median").size());
+      for (const auto& [side, value] : r.counters) rates[name][side].push_back(value);
     }
     ConsoleReporter::ReportRuns(runs);
   }
