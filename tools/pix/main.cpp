@@ -44,8 +44,9 @@ constexpr const char* kHelp =
     "  pix demo [DIR]\n"
     "      makes a 720x576 YUV 4:2:2 test card (colour bars, grey ramp, zone\n"
     "      plate), converts it to the display formats, writes it in every file\n"
-    "      format into DIR (default pix-demo), reads each file back, checks it and\n"
-    "      prints a table\n"
+    "      format (JPEG grey and 4:2:2 too) into DIR (default pix-demo), reads each\n"
+    "      file back, checks it, builds a 25-frame motion-JPEG sequence, takes\n"
+    "      frames out of it again, and prints a table\n"
     "\n"
     "Exit status: 0 on success, 1 when the library reports a failure or a check\n"
     "fails, 2 on a usage error.\n";
