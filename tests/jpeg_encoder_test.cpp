@@ -1,23 +1,24 @@
 // The JPEG encoder against references written here: the forward DCT
-// transcribed in 64 bits, quantisation by division, and a bit-by-bit reader
-// with the standard's canonical codes.  Images must decode to the blocks the
-// references make of the padded image, with the same bytes in any strips.
+// transcribed in 64 bits, quantisation by division, and blocks coded by the
+// bit writer of jpeg_reference.h with the standard's canonical codes.
+// Images must code to the bytes the references make of the padded image,
+// in strips of any height.
 #include <gtest/gtest.h>
 
-#include <map>
 #include <random>
 #include <tuple>
 #include <utility>
 
 #include "jpeg/kernels/encode.h"
+#include "jpeg_reference.h"
 #include "test_support.h"
 
 namespace {
 
 namespace k = pix::jpeg::kernels;
+using jpegref::Bytes;
 using pix::jpeg::kZigZag;
 using Block = std::array<int16_t, 64>;
-using Bytes = std::vector<uint8_t>;
 
 int64_t descale(int64_t s, int n) { return (s > 0 ? s + (int64_t{1} << (n - 1)) : s - (int64_t{1} << (n - 1))) >> n; }
 
@@ -51,16 +52,15 @@ TEST(JpegEncoderKernels, ForwardDctEqualsItsTranscriptionAndStaysInRange) {
   std::mt19937 rng(7);
   int dc_low = 0, dc_high = 0, ac_most = 0;
   for (int n = 0; n < 256 * 67 + 200000; ++n) {
-    Block b{}, want;
+    Block b{};
     const int v = n % 256 - 128, at = n / 256;
-    if (at <= 64) {  // every impulse, and every level flat
-      at < 64 ? void(b[at] = static_cast<int16_t>(v)) : b.fill(static_cast<int16_t>(v));
-    } else if (at <= 66) {  // every extreme row, down the rows and across the columns
+    if (at < 64) b[at] = static_cast<int16_t>(v);  // every impulse
+    else if (at == 64) b.fill(static_cast<int16_t>(v));  // every level flat
+    else if (at <= 66)  // every extreme row, down the rows and across the columns
       for (int i = 0; i < 64; ++i) b[i] = (n % 256 >> (at == 65 ? i % 8 : i / 8) & 1) ? 127 : -128;
-    } else {
+    else
       for (auto& s : b) s = static_cast<int16_t>(n % 2 ? (rng() & 1 ? 127 : -128) : static_cast<int>(rng() % 256) - 128);
-    }
-    want = reference_fdct(b);
+    const Block want = reference_fdct(b);
     k::fdct_scalar(b.data());
     ASSERT_EQ(b, want) << n;
     dc_low = std::min<int>(dc_low, b[0]), dc_high = std::max<int>(dc_high, b[0]);
@@ -76,9 +76,9 @@ TEST(JpegEncoderKernels, QuantisationDividesForEveryEntryAndEveryCoefficient) {
   // coefficient) pair of 0..255 by -2048..2111 meets once, zig-zag entries
   // against natural coefficients.
   for (int q = 0; q < 256; ++q) {
-    std::array<uint8_t, 64> table;
+    uint8_t table[64];
     for (int i = 0; i < 64; ++i) table[i] = static_cast<uint8_t>((q + i) % 256);
-    const k::Quantiser quant = k::make_quantiser(table.data());
+    const k::Quantiser quant = k::make_quantiser(table);
     for (int c0 = -2048; c0 < 2048; c0 += 64) {
       Block b, zz;
       for (int n = 0; n < 64; ++n) b[n] = static_cast<int16_t>(c0 + n);
@@ -88,60 +88,15 @@ TEST(JpegEncoderKernels, QuantisationDividesForEveryEntryAndEveryCoefficient) {
   }
 }
 
-// Reads a stream back a bit at a time; every 0xFF must come stuffed.
-struct Reader {
-  Bytes bytes;
-  std::size_t bit = 0;
-  Reader(const uint8_t* p, std::size_t n) {
-    for (std::size_t i = 0; i < n; ++i) {
-      bytes.push_back(p[i]);
-      if (p[i] == 0xFF && (i + 1 == n || p[++i] != 0)) ADD_FAILURE() << "unstuffed 0xFF at " << i;
-    }
-  }
-  int get(int n) {
-    int v = 0;
-    for (; n > 0; --n, ++bit) v = 2 * v + (bit / 8 < bytes.size() ? bytes[bit / 8] >> (7 - bit % 8) & 1 : 1);
-    return v;
-  }
-  int symbol(int slot) {
-    static const auto codes = [] {  // (length, code) -> symbol of each slot, the standard's canonical way
-      Tjpeg t{};
-      pix::jpeg::set_default_huffman(t);
-      std::array<std::map<std::pair<int, int>, int>, 4> c;
-      for (int s = 0; s < 4; ++s)
-        for (int length = 1, code = 0, j = 0; length <= 16; ++length, code <<= 1)
-          for (int n = 0; n < t.BITS[s][length - 1]; ++n) c[s][{length, code++}] = t.HUFFVAL[s][j++];
-      return c;
-    }();
-    for (int length = 1, code = get(1); length <= 16; ++length, code = 2 * code + get(1)) {
-      if (auto it = codes[slot].find({length, code}); it != codes[slot].end()) return it->second;
-    }
-    ADD_FAILURE() << "no code at bit " << bit;
-    return 0;
-  }
-  int16_t value(int cat) {
-    const int v = get(cat);
-    return static_cast<int16_t>(cat == 0 || v >= 1 << (cat - 1) ? v : v - (1 << cat) + 1);
-  }
-  Block block(bool chroma) {
-    Block zz{};
-    zz[0] = value(symbol(chroma));
-    for (int i = 1, s; i < 64 && (s = symbol(2 + chroma)) != 0x00; ++i) {  // up to coefficient 63 or an end of block
-      i += s >> 4;
-      if (s != 0xF0) zz.at(i) = value(s & 15);
-    }
-    return zz;
-  }
-  // Zeros and a 1 in the last byte's lowest bit; a whole 0x01 after data
-  // that ended on a byte boundary.
-  void expect_fill() {
-    const std::size_t end = bytes.size() * 8;
-    ASSERT_TRUE(end > bit && end - bit <= 8) << bit << " of " << end;
-    EXPECT_EQ(get(static_cast<int>(end - bit)), 1);
-  }
-};
+// The reference codes of the default tables, and the coding tables derived from them.
+std::array<jpegref::Codes, 4> codes() {
+  Tjpeg t{};
+  pix::jpeg::set_default_huffman(t);
+  pix::jpeg::derive_symbol_codes(t, true);
+  return {jpegref::codes_of(t, 0), jpegref::codes_of(t, 1), jpegref::codes_of(t, 2), jpegref::codes_of(t, 3)};
+}
 
-TEST(JpegEncoderKernels, BlocksDecodeBackThroughTheStandardCodes) {
+TEST(JpegEncoderKernels, BlocksCodeAsTheReferenceCodesThem) {
   std::vector<Block> blocks;
   for (int d = -2047; d <= 2047; ++d) blocks.push_back({}), blocks.back()[0] = static_cast<int16_t>(d);
   for (int i = 1; i < 64; ++i)  // every run before every category and sign: (15, 0) runs, EOB or none
@@ -153,39 +108,36 @@ TEST(JpegEncoderKernels, BlocksDecodeBackThroughTheStandardCodes) {
     blocks.push_back({});
     for (auto& v : blocks.back()) v = static_cast<int>(rng() % 4) < n % 4 ? 0 : static_cast<int16_t>(rng() % 2047 - 1023);
   }
-  Tjpeg t{};
-  pix::jpeg::set_default_huffman(t);
-  pix::jpeg::derive_symbol_codes(t, true);
+  const auto ref_codes = codes();  // derives the library's tables too
   const auto& tables = pix::jpeg::coding_tables();
   for (bool chroma : {false, true}) {
     Bytes out(blocks.size() * k::kMaxBlockBytes + 16);
     k::BitWriter w;
+    jpegref::Writer ref;
     uint8_t* end = out.data();
     for (const Block& b : blocks) {
       end = k::encode_block(w, end, b.data(), (chroma ? tables.dc_chroma_diff : tables.dc_luma_diff).data(),
                             (chroma ? tables.ac_chroma : tables.ac_luma).data());
+      ref.block(b, ref_codes[chroma], ref_codes[2 + chroma]);
     }
-    Reader r(out.data(), static_cast<std::size_t>(k::finish(w, end) - out.data()));
-    for (const Block& b : blocks) ASSERT_EQ(r.block(chroma), b);
-    r.expect_fill();
-    EXPECT_GT(std::count(r.bytes.begin(), r.bytes.end(), 0xFF), 100);  // stuffing was exercised
+    out.resize(static_cast<std::size_t>(k::finish(w, end) - out.data()));
+    EXPECT_EQ(jpegref::difference(out, ref.bytes(false)), "") << chroma;
+    EXPECT_GT(std::count(out.begin(), out.end(), 0xFF), 100);  // stuffing was exercised
   }
 }
 
+// Every count of pending bits, stale bits above them, ones that need stuffing.
 TEST(JpegEncoderKernels, TheLastBitsAreFilledWithZerosAndALowOne) {
-  const std::tuple<uint64_t, int, Bytes> cases[] = {
-      {0b101, 3, {0xA1}},       {0xAB, 8, {0xAB, 0x01}},          {0x7F, 7, {0xFF, 0x00}},
-      {0x12345, 20, {0x12, 0x34, 0x51}}, {0, 0, {}},                 {0xDEADBEEF, 32, {0xDE, 0xAD, 0xBE, 0xEF}},
-      {0xFFFFFFFF0, 36, {0xFF, 0, 0xFF, 0, 0xFF, 0, 0xFF, 0, 0x01}}, {0xABCDEF12345, 44, {0xAB, 0xCD, 0xEF, 0x12, 0x34, 0x51}}};
-  for (const auto& [bits, count, bytes] : cases) {
-    k::BitWriter w{bits | 0xF000000000000000 * (count < 60), count};  // bits above the count are stale
+  std::mt19937_64 rng(5);
+  for (int count = 0; count < 64; ++count) {
+    const uint64_t bits = count % 3 ? rng() : ~uint64_t{0};
+    k::BitWriter w{bits, count};
+    jpegref::Writer ref;
+    for (int i = count - 1; i >= 0; --i) ref.put(1, bits >> i & 1);
     uint8_t out[32];
-    EXPECT_EQ(Bytes(out, k::finish(w, out)), bytes) << count;
+    EXPECT_EQ(Bytes(out, k::finish(w, out)), ref.bytes(false)) << count;
   }
 }
-
-// ---------------------------------------------------------------------------
-// Whole images.
 
 class JpegEncoder : public pixtest::LibraryTest {};
 
@@ -199,13 +151,11 @@ void fill(uint32_t img, uint32_t y0, uint32_t w, uint32_t h) {
   PIX_image_free_data(img);
   ASSERT_EQ(PIX_image_malloc_a_strip(img), 0u);
   auto* data = static_cast<uint8_t*>(PIX_image_get_ptr(img, PIX_PTR_DATA));
-  for (uint32_t line = 0; line < PIX_get_lines_this_strip(img); ++line) {
-    for (uint32_t i = 0; i < PIX_get_width(img) * bpp; ++i) {
-      const uint32_t x = std::min(i / bpp, w - 1), y = std::min(y0 + line, h - 1), b = i % bpp;
-      data[line * PIX_get_bytes_per_line(img) + i] = static_cast<uint8_t>(
-          x < w / 2 ? (x * 2654435761u ^ y * 40503u ^ b * 977u) >> 9 : x * 3 + y * 5 + b * 40);
+  for (uint32_t line = 0; line < PIX_get_lines_this_strip(img); ++line)
+    for (uint32_t i = 0, y = std::min(y0 + line, h - 1); i < PIX_get_width(img) * bpp; ++i) {
+      const uint32_t x = std::min(i / bpp, w - 1), b = i % bpp;
+      data[line * PIX_get_bytes_per_line(img) + i] = static_cast<uint8_t>(x < w / 2 ? (x * 2654435761u ^ y * 40503u ^ b * 977u) >> 9 : x * 3 + y * 5 + b * 40);
     }
-  }
 }
 
 // The image in strips of `lines`, compressed into `dest`: every strip's bytes.
@@ -221,9 +171,9 @@ Bytes compress(uint32_t src, uint32_t dest, uint32_t lines) {
   return all;
 }
 
-// The zig-zag blocks an image codes to, from its padded raster (RGB padded,
-// then converted by the library's converter).
-std::vector<Block> expected(uint16_t format, uint32_t width, uint32_t height, uint16_t q_scale) {
+// The bytes an image codes to: its padded raster (RGB padded, then converted
+// by the library's converter) through the references.
+Bytes expected(uint16_t format, uint32_t width, uint32_t height, uint16_t q_scale) {
   const bool grey = format == PIX_Y8;
   const uint32_t pw = grey ? (width + 7) / 8 * 8 : (width + 15) / 16 * 16, ph = (height + 7) / 8 * 8;
   const uint32_t padded = pixtest::make_image(format, pw, ph, ph), raster = PIX_image_create();
@@ -236,7 +186,8 @@ std::vector<Block> expected(uint16_t format, uint32_t width, uint32_t height, ui
   Tjpeg t{};
   t.Q_scale = q_scale;
   pix::jpeg::make_quant_tables(t);
-  std::vector<Block> blocks;
+  jpegref::Writer w;
+  const auto ref_codes = codes();
   int predictor[3] = {};
   for (uint32_t my = 0; my < ph; my += 8) {
     for (uint32_t mx = 0; mx < pw; mx += grey ? 8 : 16) {
@@ -248,14 +199,14 @@ std::vector<Block> expected(uint16_t format, uint32_t width, uint32_t height, ui
         const int component = c < 2 ? 0 : c - 1;
         for (int i = 0; i < 64; ++i) zz[i] = static_cast<int16_t>(quantised(b[kZigZag[i]], t.Q_tables[component != 0][i]));
         zz[0] = static_cast<int16_t>(zz[0] - std::exchange(predictor[component], zz[0]));
-        blocks.push_back(zz);
+        w.block(zz, ref_codes[component != 0], ref_codes[2 + (component != 0)]);
       }
     }
   }
-  return blocks;
+  return w.bytes(false);
 }
 
-TEST_F(JpegEncoder, ImagesDecodeToTheReferenceBlocksInStripsOfAnyHeight) {
+TEST_F(JpegEncoder, ImagesCodeToTheReferenceBytesInStripsOfAnyHeight) {
   const std::tuple<uint16_t, uint32_t, uint32_t, uint16_t> cases[] = {
       {PIX_Y8, 100, 75, 32},    {PIX_Y8, 64, 16, 256},    {PIX_Y8, 24, 8, 400},   {PIX_YUV422, 48, 24, 16},
       {PIX_YUV422, 40, 16, 32}, {PIX_RGB24, 30, 10, 100}, {PIX_BGR24, 17, 9, 32}, {PIX_RGBX32, 16, 8, 8},
@@ -267,17 +218,14 @@ TEST_F(JpegEncoder, ImagesDecodeToTheReferenceBlocksInStripsOfAnyHeight) {
     PIX_image_set_outfilename(src, "out.jpg");
     PIX_JPEG_set_Quality_factor(dest, q);
     const Bytes whole = compress(src, dest, height);
+    EXPECT_EQ(jpegref::difference(whole, expected(format, width, height, q)), "");
     for (uint32_t lines : {1u, 7u, 8u, 30u}) EXPECT_EQ(compress(src, dest, lines), whole) << lines;
-    // Coded padded, described unpadded; the source's last strip cut in place.
+    // Described unpadded; the source's last strip cut in place.
     EXPECT_EQ((std::vector<uint32_t>{PIX_get_width(dest), PIX_get_height(dest), PIX_image_get_parameter(dest, PIX_IMAGE_FORMAT),
                                      PIX_get_depth(dest), PIX_get_lines_this_strip(dest), PIX_get_lines_this_strip(src)}),
               (std::vector<uint32_t>{width, height, format == PIX_Y8 ? 2u : 12u, format == PIX_Y8 ? 8u : 16u, 30,
                                      height % 30 == 0 ? 30 : height % 30}));
     EXPECT_STREQ(PIX_image_get_outfilename(dest), "out.jpg");
-    Reader r(whole.data(), whole.size());
-    const std::vector<Block> blocks = expected(format, width, height, q);
-    for (std::size_t i = 0; i < blocks.size(); ++i) ASSERT_EQ(r.block(format != PIX_Y8 && i % 4 >= 2), blocks[i]) << i;
-    r.expect_fill();
   }
   EXPECT_TRUE(reports().empty());
 }
