@@ -99,8 +99,21 @@ void derive_slot(const Tjpeg& record, int slot, std::array<SymbolCode, 256>& cod
   }
 }
 
+// Whether a table made from the first N codes of `codes` must be made
+// again; if so, `from` remembers them.
+template <std::size_t N>
+bool stale(CodingTables::Codes<N>& from, const std::array<SymbolCode, 256>& codes) {
+  std::array<SymbolCode, N> now;
+  std::copy_n(codes.begin(), N, now.begin());
+  if (from == now) return false;
+  from = now;
+  return true;
+}
+
 // The whole DC difference for every difference: code, then extra bits.
-void derive_differences(const std::array<SymbolCode, 256>& dc, std::array<DcPattern, 4095>& table) {
+void derive_differences(const std::array<SymbolCode, 256>& dc, std::array<DcPattern, 4095>& table,
+                        CodingTables::Codes<12>& from) {
+  if (!stale(from, dc)) return;
   for (int d = -kMaxDcDifference; d <= kMaxDcDifference; ++d) {
     const int c = category(d);
     const SymbolCode s = dc[c];
@@ -121,13 +134,18 @@ void fill(std::vector<Lookahead>::iterator table, int width, const SymbolCode& s
 }
 
 template <std::size_t N>
-void derive_dc_ahead(const std::array<SymbolCode, 256>& dc, std::array<Lookahead, N>& table, int width) {
+void derive_dc_ahead(const std::array<SymbolCode, 256>& dc, std::array<Lookahead, N>& table, int width,
+                     CodingTables::Codes<12>& from) {
+  if (!stale(from, dc)) return;
   std::vector<Lookahead> t(N, Lookahead{0, kNoCode, 0});
   for (uint8_t c = 0; c <= 11; ++c) fill(t.begin(), width, dc[c], 0, c);
   std::copy(t.begin(), t.end(), table.begin());
 }
 
-void derive_ac_ahead(const std::array<SymbolCode, 256>& ac, std::vector<Lookahead>& table) {
+void derive_ac_ahead(const std::array<SymbolCode, 256>& ac, std::vector<Lookahead>& table,
+                     CodingTables::Codes<256>& from) {
+  if (table.size() == std::size_t{1} << kAcBits && !stale(from, ac)) return;
+  from.reset();  // until the table is whole again
   table.assign(std::size_t{1} << kAcBits, Lookahead{0, kNoCode, 0});
   for (uint8_t r = 0; r <= 15; ++r) {
     for (uint8_t c = 0; c <= 10; ++c) {
@@ -136,6 +154,7 @@ void derive_ac_ahead(const std::array<SymbolCode, 256>& ac, std::vector<Lookahea
       fill(table.begin(), kAcBits, ac[r * 16 + c], r, c);
     }
   }
+  from = ac;
 }
 
 bool colour(uint32_t handle) { return PIX_image_is_colour(handle) == 1; }
@@ -204,20 +223,20 @@ void derive_symbol_codes(const Tjpeg& record, bool colour) noexcept {
   CodingTables& t = coding_tables();
   derive_slot(record, kDcLuma, t.dc_luma);
   derive_slot(record, kAcLuma, t.ac_luma);
-  derive_differences(t.dc_luma, t.dc_luma_diff);
+  derive_differences(t.dc_luma, t.dc_luma_diff, t.dc_luma_diff_from);
   if (!colour) return;
   derive_slot(record, kDcChroma, t.dc_chroma);
   derive_slot(record, kAcChroma, t.ac_chroma);
-  derive_differences(t.dc_chroma, t.dc_chroma_diff);
+  derive_differences(t.dc_chroma, t.dc_chroma_diff, t.dc_chroma_diff_from);
 }
 
 void derive_decode_tables(bool colour) {
   CodingTables& t = coding_tables();
-  derive_dc_ahead(t.dc_luma, t.dc_luma_ahead, kDcLumaBits);
-  derive_ac_ahead(t.ac_luma, t.ac_luma_ahead);
+  derive_dc_ahead(t.dc_luma, t.dc_luma_ahead, kDcLumaBits, t.dc_luma_ahead_from);
+  derive_ac_ahead(t.ac_luma, t.ac_luma_ahead, t.ac_luma_ahead_from);
   if (!colour) return;
-  derive_dc_ahead(t.dc_chroma, t.dc_chroma_ahead, kDcChromaBits);
-  derive_ac_ahead(t.ac_chroma, t.ac_chroma_ahead);
+  derive_dc_ahead(t.dc_chroma, t.dc_chroma_ahead, kDcChromaBits, t.dc_chroma_ahead_from);
+  derive_ac_ahead(t.ac_chroma, t.ac_chroma_ahead, t.ac_chroma_ahead_from);
 }
 
 }  // namespace pix::jpeg

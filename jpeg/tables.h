@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "pix95.h"
@@ -30,6 +31,7 @@ enum Slot : int { kDcLuma = 0, kDcChroma = 1, kAcLuma = 2, kAcChroma = 3 };
 struct SymbolCode {
   uint16_t length = 0;
   uint32_t code = 0;
+  friend bool operator==(const SymbolCode&, const SymbolCode&) = default;
 };
 // A whole DC difference (code and extra bits), left-aligned in 32 bits.
 struct DcPattern {
@@ -63,6 +65,15 @@ struct CodingTables {
   std::array<Lookahead, 1 << kDcChromaBits> dc_chroma_ahead{};
   // 65536 entries each, made at the first generation of decoding tables.
   std::vector<Lookahead> ac_luma_ahead, ac_chroma_ahead;
+
+  // The codes each derived table was last made from: a table whose codes
+  // have not changed is not made again (every frame of a stream generates
+  // its tables, and the 65536-entry ones would cost a small frame a tenth
+  // of its decoding time).
+  template <std::size_t N>
+  using Codes = std::optional<std::array<SymbolCode, N>>;
+  Codes<12> dc_luma_diff_from, dc_chroma_diff_from, dc_luma_ahead_from, dc_chroma_ahead_from;
+  Codes<256> ac_luma_ahead_from, ac_chroma_ahead_from;
 };
 CodingTables& coding_tables() noexcept;
 

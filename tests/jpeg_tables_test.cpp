@@ -146,4 +146,26 @@ TEST_F(JpegTables, GreyImagesDeriveLuminanceOnlyAndOneBitCodesAreSkipped) {
   EXPECT_EQ(std::make_pair(t.ac_chroma[0x01].length, t.ac_chroma[0x01].code), std::make_pair(chroma_before.length, chroma_before.code));
 }
 
+// Derived tables follow the last generation, whichever image it was for:
+// other codes are derived anew, and the same codes again give the same
+// tables (they are not made again when nothing changed).
+TEST_F(JpegTables, DerivedTablesFollowEveryChangeOfCodes) {
+  const uint32_t standard = jpeg(PIX_Y8), other = jpeg(PIX_Y8);
+  PIX_JPEG_set_default_H_tables(standard);
+  Tjpeg& o = tjpeg(other);
+  PIX_JPEG_set_default_H_tables(other);
+  o.BITS[0][1] = 0, o.BITS[0][2] = 2;     // DC category 0 becomes 000, category 1 001
+  std::swap(o.HUFFVAL[2][0], o.HUFFVAL[2][1]);  // AC 0/1 and 0/2 swap codes
+  const auto& t = coding_tables();
+  for (int round = 0; round < 2; ++round) {
+    for (const uint32_t h : {standard, other, other, standard}) {
+      ASSERT_EQ(PIX_JPEG_generate_H_codetable_LUTs(h) | PIX_JPEG_generate_Huffman_decode_tables(h), 0u);
+      const bool changed = h == other;
+      EXPECT_EQ(t.dc_luma_ahead[0].length, changed ? 3 : 2);
+      EXPECT_EQ(t.dc_luma_diff[2047].length, changed ? 3 : 2);
+      EXPECT_EQ(t.ac_luma_ahead[0].category, changed ? 2 : 1);
+    }
+  }
+}
+
 }  // namespace
