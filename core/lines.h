@@ -78,9 +78,20 @@ template <class Row>
 void guarded_line(const In& in, unsigned in_unit, const Out& out, unsigned out_unit, uint64_t units, uint32_t y,
                   Rows rows, Row& row) {
   constexpr std::size_t kBytes = 512;
-  alignas(64) uint8_t src[kBytes];
-  alignas(64) uint8_t dst[kBytes];
-  const uint64_t chunk = kBytes / std::max(in_unit, out_unit) / rows.group * rows.group;
+  alignas(64) uint8_t near_src[kBytes];
+  alignas(64) uint8_t near_dst[kBytes];
+  // A group of units wider than the buffers on the stack gets buffers of its
+  // own, so that every chunk holds at least one group.
+  const std::size_t unit = std::max(in_unit, out_unit);
+  const std::size_t bytes = std::max<std::size_t>(kBytes, unit * rows.group);
+  std::vector<uint8_t> far;
+  uint8_t* src = near_src;
+  uint8_t* dst = near_dst;
+  if (bytes > kBytes) {
+    far.resize(2 * bytes);
+    src = far.data(), dst = far.data() + bytes;
+  }
+  const uint64_t chunk = bytes / unit / rows.group * rows.group;
   const uint64_t in_at = y * in.stride, out_at = y * out.stride;
   for (uint64_t x = 0; x < units; x += chunk) {
     const uint64_t n = std::min(chunk, units - x);
@@ -88,8 +99,8 @@ void guarded_line(const In& in, unsigned in_unit, const Out& out, unsigned out_u
     if (o >= out.size) return;
     const auto out_have = static_cast<std::size_t>(std::min<uint64_t>(n * out_unit, out.size - o));
     const auto in_have = i < in.size ? static_cast<std::size_t>(std::min<uint64_t>(n * in_unit, in.size - i)) : 0;
-    std::memset(src, 0, sizeof src);
-    std::memset(dst, 0, sizeof dst);
+    std::memset(src, 0, bytes);
+    std::memset(dst, 0, bytes);
     if (in_have != 0) std::memcpy(src, in.data + i, in_have);
     std::memcpy(dst, out.data + o, out_have);
     row(static_cast<const uint8_t*>(src), static_cast<uint8_t*>(dst), static_cast<std::size_t>(n));

@@ -79,19 +79,21 @@ TEST(Lines, MapEqualsTheUnitByUnitWalkForEveryGeometry) {
 
 // A kernel that numbers its units within each call: lines that ran together,
 // or a guarded line cut off the group grid, would show.
+// Groups wider than a guarded chunk (200 units of 3 bytes) still go whole.
 TEST(Lines, UnmergedLinesReachTheKernelInWholeGroupsFromTheLineStart) {
-  for (uint64_t cut : {0u, 1u}) {  // 1: the last line goes through the guarded tail
-    constexpr uint64_t kUnits = 400;  // more than one guarded chunk of 3-byte units
-    constexpr uint32_t kLines = 3;
-    Bytes in(kLines * kUnits * 3 - cut), out(kLines * kUnits, 0xEE);
-    pix::lines::map(
-        In{in.data(), in.size(), kUnits * 3}, 3, Out{out.data(), out.size(), kUnits}, 1, kUnits, kLines,
-        [](const uint8_t*, uint8_t* d, std::size_t n) {
-          for (std::size_t i = 0; i < n; ++i) d[i] = static_cast<uint8_t>(i % 3);
-        },
-        {.merge = false, .group = 3});
-    for (std::size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], (i % kUnits) % 3) << cut << ' ' << i;
-  }
+  for (uint32_t group : {3u, 200u})
+    for (uint64_t cut : {0u, 1u}) {  // 1: the last line goes through the guarded tail
+      constexpr uint64_t kUnits = 400;  // more than one guarded chunk of 3-byte units
+      constexpr uint32_t kLines = 3;
+      Bytes in(kLines * kUnits * 3 - cut), out(kLines * kUnits, 0xEE);
+      pix::lines::map(
+          In{in.data(), in.size(), kUnits * 3}, 3, Out{out.data(), out.size(), kUnits}, 1, kUnits, kLines,
+          [group](const uint8_t*, uint8_t* d, std::size_t n) {
+            for (std::size_t i = 0; i < n; ++i) d[i] = static_cast<uint8_t>(i % group);
+          },
+          {.merge = false, .group = group});
+      for (std::size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], (i % kUnits) % group) << cut << ' ' << i;
+    }
 }
 
 TEST(Lines, ScanGivesEachLineTheWholeUnitsInsideTheBuffer) {
