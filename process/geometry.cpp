@@ -3,7 +3,10 @@
 // a strip-wise outer function on the shared strip driver with a worker that
 // runs row kernels over the strip; rotation alone takes the whole image in
 // one call.
+#include "process/kernels/geometry.h"
+
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 
@@ -12,7 +15,6 @@
 #include "core/memory.h"
 #include "core/stage.h"
 #include "core/status.h"
-#include "process/kernels/geometry.h"
 
 using namespace pix;
 namespace k = pix::process::kernels;
@@ -28,7 +30,7 @@ struct ScaleRun {
   uint32_t next_line = 0;           // the first output line the next strip makes
   lines::Carry carry;               // the last source line of the strip before
   memory::Owned<k::ScaleColumn> columns;
-  memory::Owned<uint8_t> scaled;    // two horizontally scaled lines
+  memory::Owned<uint8_t> scaled;  // two horizontally scaled lines
   int64_t scaled_line[2] = {-1, -1};
 };
 
@@ -50,10 +52,11 @@ constexpr bool takes(uint32_t mask, uint16_t format) { return format < 32 && ((m
 
 constexpr const char* kUnsupportedFormat = "Unsupported image format";
 constexpr const char* kUnsupportedType = "Unsupported image type";
-constexpr uint32_t kTypeRefused = code::unsupported | 1u;  // kept: the crop and subsample workers' code has its low bit set
+constexpr uint32_t kTypeRefused =
+    code::unsupported | 1u;  // kept: the crop and subsample workers' code has its low bit set
 
-constexpr uint32_t kCropFormats = formats({PIX_Y8, PIX_PALETTED, PIX_RGB15, PIX_RGB16, PIX_RGB24, PIX_BGR24,
-                                           PIX_RGBX32, PIX_BGRX32, PIX_XBGR32, PIX_YUV422, PIX_CMYK32, PIX_Y16});
+constexpr uint32_t kCropFormats = formats({PIX_Y8, PIX_PALETTED, PIX_RGB15, PIX_RGB16, PIX_RGB24, PIX_BGR24, PIX_RGBX32,
+                                           PIX_BGRX32, PIX_XBGR32, PIX_YUV422, PIX_CMYK32, PIX_Y16});
 constexpr uint32_t kSampleFormats = formats({PIX_Y8, PIX_PALETTED, PIX_RGB15, PIX_RGB16, PIX_RGB24, PIX_YUV422});
 constexpr uint32_t kTurnFormats =
     formats({PIX_Y8, PIX_Y16, PIX_PALETTED, PIX_RGB8, PIX_RGB15, PIX_RGB16, PIX_RGB24, PIX_BGR24, PIX_YUV422,
@@ -65,19 +68,24 @@ unsigned moved_bytes(uint16_t format) {
   switch (format) {
     case PIX_Y8:
     case PIX_PALETTED:
-    case PIX_RGB8: return 1;
+    case PIX_RGB8:
+      return 1;
     case PIX_RGB15:
     case PIX_RGB16:
     case PIX_Y16:
-    case PIX_YUV422: return 2;
+    case PIX_YUV422:
+      return 2;
     case PIX_RGB24:
-    case PIX_BGR24: return 3;
+    case PIX_BGR24:
+      return 3;
     case PIX_RGBX32:
     case PIX_BGRX32:
     case PIX_XBGR32:
     case PIX_XRGB32:
-    case PIX_CMYK32: return 4;
-    default: return 0;
+    case PIX_CMYK32:
+      return 4;
+    default:
+      return 0;
   }
 }
 
@@ -148,8 +156,8 @@ uint32_t crop_1_strip(uint32_t in, uint32_t out, const Rectangle& r, uint32_t fi
   const lines::In from{whole.data + at, whole.size - at, whole.stride};
   // Each line is the output's whole line (its padding included) read from x
   // pixels into the source line; bytes beyond the source strip read as 0.
-  lines::map(from, unit, lines::target(dst, lines::padded(dst)), unit, dst.bytes_per_line / unit,
-             dst.lines_this_strip, [unit](const uint8_t* s, uint8_t* d, std::size_t n) { k::copy_row(s, d, n * unit); });
+  lines::map(from, unit, lines::target(dst, lines::padded(dst)), unit, dst.bytes_per_line / unit, dst.lines_this_strip,
+             [unit](const uint8_t* s, uint8_t* d, std::size_t n) { k::copy_row(s, d, n * unit); });
   return 0;
 }
 
@@ -214,8 +222,7 @@ uint32_t pixel_rep_1_strip(uint32_t in, uint32_t out, unsigned n) {
   for (unsigned c = 1; c < n; ++c) {
     const uint64_t above = (c - 1) * out_line, below = c * out_line;
     lines::map(lines::In{blocks.data + above, blocks.size - above, blocks.stride}, 1,
-               lines::Out{blocks.data + below, blocks.size - below, blocks.stride}, 1, out_line, count,
-               k::copy_row);
+               lines::Out{blocks.data + below, blocks.size - below, blocks.stride}, 1, out_line, count, k::copy_row);
   }
   return 0;
 }
@@ -394,8 +401,11 @@ uint32_t scale_1_strip(uint32_t in, uint32_t out, uint64_t lines_before) {
   if (uint32_t r = stage::begin_worker(src, out, kScaleWorker); is_error(r)) return r;
   const std::size_t out_bytes = std::size_t{run.out_width} * run.channels;
   if (run.columns == nullptr) {
-    run.columns.reset(memory::allocate_array<k::ScaleColumn>(run.out_width));
-    run.scaled.reset(memory::allocate_array<uint8_t>(2 * out_bytes));
+    // Sizes that do not fit the address space fail as allocations do.
+    const bool fits =
+        uint64_t{run.out_width} * sizeof(k::ScaleColumn) <= SIZE_MAX && 2 * uint64_t{out_bytes} <= SIZE_MAX;
+    run.columns.reset(fits ? memory::allocate_array<k::ScaleColumn>(run.out_width) : nullptr);
+    run.scaled.reset(fits ? memory::allocate_array<uint8_t>(2 * out_bytes) : nullptr);
     if (run.columns == nullptr || run.scaled == nullptr) {
       run.columns.reset();
       return report(kScaleWorker, kNoMemory, "Malloc fail - no memory?");
@@ -538,8 +548,8 @@ PIX_API uint32_t PIX_CALL PIX_IP_pixel_rep(uint32_t in, uint32_t out, uint16_t f
       [=]() -> uint32_t {
         if (factor == 1) return hand_over(in, out);
         Image& dst = *find_image(out);
-        dst.lines_this_strip = static_cast<uint32_t>(std::min<uint64_t>(uint64_t{dst.lines_this_strip} * factor,
-                                                                          0xFFFFFFFFu));
+        dst.lines_this_strip =
+            static_cast<uint32_t>(std::min<uint64_t>(uint64_t{dst.lines_this_strip} * factor, 0xFFFFFFFFu));
         return pixel_rep_1_strip(in, out, factor);
       },
       [=] {
@@ -584,8 +594,8 @@ PIX_API uint32_t PIX_CALL PIX_IP_rotate_image(uint32_t in, uint32_t out, uint16_
   });
   if (!is_error(result)) {
     if (src->lines_this_strip < src->height) {
-      result = report(kRotate, code::unsupported,
-                      "This function only supports full height images - not multiple strips");
+      result =
+          report(kRotate, code::unsupported, "This function only supports full height images - not multiple strips");
     } else {
       Image* dst = find_image(out);
       if (dst == nullptr) {
@@ -600,19 +610,18 @@ PIX_API uint32_t PIX_CALL PIX_IP_rotate_image(uint32_t in, uint32_t out, uint16_
   return result;
 }
 
-PIX_API uint32_t PIX_CALL PIX_IP_scale(uint32_t in, uint32_t out, uint32_t width, uint32_t height,
-                                       uint16_t command) {
+PIX_API uint32_t PIX_CALL PIX_IP_scale(uint32_t in, uint32_t out, uint32_t width, uint32_t height, uint16_t command) {
   stage::Progress& progress = geometry_state().scale;
   return stage::run(
       kScale, progress, in, out, command,
       [=](const Image& src) -> uint32_t {
-        if (src.format != PIX_RGB24 && src.format != PIX_Y8) return stage::unsupported_format(kScale.name, kScaleFormats);
+        if (src.format != PIX_RGB24 && src.format != PIX_Y8)
+          return stage::unsupported_format(kScale.name, kScaleFormats);
         // Nothing to interpolate into (and no step to take).
         if (width == 0 || height == 0) return report(kScale.name, code::unsupported, "Output size must not be 0");
         return 0;
       },
-      [&] { return scale_1_strip(in, out, progress.lines_done); },
-      [=] { return start_scale(in, out, width, height); });
+      [&] { return scale_1_strip(in, out, progress.lines_done); }, [=] { return start_scale(in, out, width, height); });
 }
 
 }  // extern "C"

@@ -11,11 +11,20 @@ namespace {
 template <class Body>
 void by_size(unsigned pixel_bytes, Body&& body) {
   switch (pixel_bytes) {
-    case 1: body.template operator()<1>(); break;
-    case 2: body.template operator()<2>(); break;
-    case 3: body.template operator()<3>(); break;
-    case 4: body.template operator()<4>(); break;
-    default: break;
+    case 1:
+      body.template operator()<1>();
+      break;
+    case 2:
+      body.template operator()<2>();
+      break;
+    case 3:
+      body.template operator()<3>();
+      break;
+    case 4:
+      body.template operator()<4>();
+      break;
+    default:
+      break;
   }
 }
 
@@ -104,13 +113,14 @@ void gather_row(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t step, u
   });
 }
 
-void scale_columns(ScaleColumn* columns, std::size_t out_pixels, uint32_t in_pixels, uint64_t step,
-                   unsigned channels) {
+void scale_columns(ScaleColumn* columns, std::size_t out_pixels, uint32_t in_pixels, uint64_t step, unsigned channels) {
   uint64_t position = 0;
   for (std::size_t i = 0; i < out_pixels; ++i, position += step) {
     uint64_t x = position >> kScaleShift;
-    if (in_pixels == 0) x = 0;
-    else if (x >= in_pixels) x = in_pixels - 1;
+    if (in_pixels == 0)
+      x = 0;
+    else if (x >= in_pixels)
+      x = in_pixels - 1;
     // Where the line has no next pixel the near one stands in for it.
     const uint64_t next = x + 1 < in_pixels ? x + 1 : x;
     columns[i] = {static_cast<uint32_t>(x * channels), static_cast<uint32_t>(next * channels),

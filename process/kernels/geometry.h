@@ -81,8 +81,7 @@ struct ScaleColumn {
 // The columns of an output line `out_pixels` wide over a source line of
 // `in_pixels` pixels of `channels` bytes, stepped by `step` (13 fractional
 // bits) from position 0.
-void scale_columns(ScaleColumn* columns, std::size_t out_pixels, uint32_t in_pixels, uint64_t step,
-                   unsigned channels);
+void scale_columns(ScaleColumn* columns, std::size_t out_pixels, uint32_t in_pixels, uint64_t step, unsigned channels);
 
 // Horizontal pass: output byte (i, c) = near * (256 - f) >> 8 + far * f >> 8
 // of column i's samples of channel c.
