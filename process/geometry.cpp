@@ -3,18 +3,18 @@
 // a strip-wise outer function on the shared strip driver with a worker that
 // runs row kernels over the strip; rotation alone takes the whole image in
 // one call.
-#include "process/kernels/geometry.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
 
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/lines.h"
 #include "core/memory.h"
 #include "core/stage.h"
 #include "core/status.h"
+#include "process/kernels/geometry.h"
 
 using namespace pix;
 namespace k = pix::process::kernels;
@@ -34,9 +34,19 @@ struct ScaleRun {
   int64_t scaled_line[2] = {-1, -1};
 };
 
-struct GeometryState {
+// Library-wide: one run of each operation at a time.  Destroying every image
+// ends the runs and lets go of the scale's buffers.
+struct GeometryState final : Releasable {
   stage::Progress crop, extract, subsample, pixel_rep, mirror, rotate, scale;
   ScaleRun scale_run;
+
+  void release() noexcept override {
+    crop = extract = subsample = pixel_rep = mirror = rotate = scale = {};
+    scale_run.carry.start(0);
+    scale_run.columns.reset();
+    scale_run.scaled.reset();
+    scale_run.scaled_line[0] = scale_run.scaled_line[1] = -1;
+  }
 };
 GeometryState& geometry_state() noexcept {
   static GeometryState state;
@@ -52,8 +62,9 @@ constexpr bool takes(uint32_t mask, uint16_t format) { return format < 32 && ((m
 
 constexpr const char* kUnsupportedFormat = "Unsupported image format";
 constexpr const char* kUnsupportedType = "Unsupported image type";
-constexpr uint32_t kTypeRefused =
-    code::unsupported | 1u;  // kept: the crop and subsample workers' code has its low bit set
+// Kept: the crop and subsample workers refuse a type with the low bit set;
+// applications compare the whole code.
+constexpr uint32_t kTypeRefused = code::unsupported | 1u;
 
 constexpr uint32_t kCropFormats = formats({PIX_Y8, PIX_PALETTED, PIX_RGB15, PIX_RGB16, PIX_RGB24, PIX_BGR24, PIX_RGBX32,
                                            PIX_BGRX32, PIX_XBGR32, PIX_YUV422, PIX_CMYK32, PIX_Y16});
@@ -319,7 +330,6 @@ uint32_t rotate_1_strip(uint32_t in, uint32_t out, uint16_t angle) {
   // Every source pixel read lies in the first h lines, which the strip holds
   // whole or the turn does nothing.
   if (lines_inside(from, uint64_t{w} * pb, h) < h) return 0;
-  const auto stride = static_cast<std::ptrdiff_t>(from.stride);
   if (angle == 180) {
     const uint32_t count = lines_inside(to, uint64_t{w} * pb, std::min(h, dst.lines_this_strip));
     for (uint32_t j = 0; j < count; ++j) k::mirror_row(from.line(h - 1 - j), to.line(j), w, pb);
@@ -327,11 +337,14 @@ uint32_t rotate_1_strip(uint32_t in, uint32_t out, uint16_t angle) {
   }
   if (h == 0) return 0;
   const uint32_t count = lines_inside(to, uint64_t{h} * pb, std::min(w, dst.lines_this_strip));
+  // Offsets of pixels inside the strip, which is held in memory: they fit.
+  const auto stride = static_cast<std::ptrdiff_t>(from.stride), size = static_cast<std::ptrdiff_t>(pb);
+  const std::ptrdiff_t bottom = static_cast<std::ptrdiff_t>(h - 1) * stride;
   for (uint32_t j = 0; j < count; ++j) {
     if (angle == 90) {
-      k::gather_row(src.data, (h - 1) * stride + std::ptrdiff_t{j} * pb, -stride, to.line(j), h, pb);
+      k::gather_row(src.data, bottom + static_cast<std::ptrdiff_t>(j) * size, -stride, to.line(j), h, pb);
     } else {
-      k::gather_row(src.data, std::ptrdiff_t{w - 1 - j} * pb, stride, to.line(j), h, pb);
+      k::gather_row(src.data, static_cast<std::ptrdiff_t>(w - 1 - j) * size, stride, to.line(j), h, pb);
     }
   }
   return 0;
