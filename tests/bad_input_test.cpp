@@ -105,6 +105,21 @@ TEST_F(BadInput, EveryConverterChecksItsInputFirst) {
   EXPECT_EQ(PIX_convert_to_YUV422(in, 0, 3), 0x10010000u);
 }
 
+TEST_F(BadInput, GeometricOperationsCheckTheirInputFirst) {
+  const uint32_t out = PIX_image_create();
+  int16_t rectangle[4] = {0, 0, 1, 1};
+  for (uint32_t h : kBadHandles) {
+    for (uint16_t c : {3, 4, 0}) {
+      if (h == out) continue;
+      EXPECT_EQ(PIX_IP_crop(h, out, rectangle, c) | PIX_IP_extract_region(h, out, 0, 1, 1, 1, c) |
+                    PIX_IP_subsample(h, out, 2, c) | PIX_IP_pixel_rep(h, out, 2, c) | PIX_IP_mirror_image(h, out, c) |
+                    PIX_IP_rotate_image(h, out, c) | PIX_IP_scale(h, out, 2, 2, c),
+                0x10030000u)
+          << h;
+    }
+  }
+}
+
 TEST_F(BadInput, PlainImagesAreNotJpegImages) {
   const uint32_t plain = pixtest::make_image(PIX_Y8, 4, 4, 4);
   EXPECT_EQ(PIX_JPEG_get_parameter(plain, PIX_JPEG_COMPONENTS), 0x10010000u);

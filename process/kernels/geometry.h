@@ -1,0 +1,93 @@
+// Row kernels of the geometric operations: cropping copies, point
+// subsampling, pixel replication, mirroring, the column gathers of quarter
+// turns and the two passes of bilinear scaling.  No handles, no errors, no
+// globals; each reads only the bytes its arguments describe.  These scalar
+// kernels are the reference for any vector version.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace pix::process::kernels {
+
+// Bytes of one pixel (1, 2, 3 or 4) as the geometric operations move it.
+// A YUV 4:2:2 pixel counts 2; its pair rules have kernels of their own.
+
+// `bytes` bytes copied (a cropped line).
+void copy_row(const uint8_t* src, uint8_t* dst, std::size_t bytes);
+
+// Point sampling: output pixel i is source pixel factor * i.  Reads pixels
+// 0 .. factor * (pixels - 1) of the source.
+void subsample_row(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned factor, unsigned pixel_bytes);
+// YUV 4:2:2: output pixel p takes the Y of source pixel factor * p; an even
+// output pixel takes the U of the source pair at its sampling point, an odd
+// one the V of the pair its left neighbour sampled.  So each output pair is
+// Y0, U, V of the source pair at the sampling point and Y1 from the pixel
+// `factor` columns to its right.  Reads source bytes below
+// 2 * factor * (pixels - 1) + 2, plus one V byte inside the last sampled pair
+// (factor >= 2 keeps it below that bound).
+void subsample_yuv422_row(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned factor);
+
+// Each of `pixels` source pixels written `factor` times in a row.
+void replicate_row(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned factor, unsigned pixel_bytes);
+// YUV 4:2:2, `pairs` whole source pairs: each Y written `factor` times into
+// the Y positions, each pair's U and V into `factor` consecutive output
+// pairs, so a source pair's chroma covers the 2 * factor pixels made from it.
+void replicate_yuv422_row(const uint8_t* src, uint8_t* dst, std::size_t pairs, unsigned factor);
+
+// The line reversed: output pixel i is source pixel pixels - 1 - i.
+void mirror_row(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned pixel_bytes);
+// YUV 4:2:2, `pairs` whole pairs: the pairs in reverse order, each keeping
+// its U and V, with the luma of the whole line reversed pixel by pixel.
+void mirror_yuv422_row(const uint8_t* src, uint8_t* dst, std::size_t pairs);
+
+// A column read into a row: output pixel i is the pixel at byte
+// first + i * step of `src` (step may be negative; every offset read must
+// lie inside the caller's buffer).
+void gather_row(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t step, uint8_t* dst, std::size_t pixels,
+                unsigned pixel_bytes);
+
+// ---------------------------------------------------------------------------
+// Bilinear scaling with 8-bit weights.
+
+// Positions carry 13 fractional bits; the weight is the top 8 of them.
+inline constexpr unsigned kScaleShift = 13;
+constexpr unsigned scale_fraction(uint64_t position) { return static_cast<unsigned>((position & 0x1FE0u) >> 5); }
+
+// The multiplication table: entry [p][k] = p * (256 - k) >> 8.  Column f
+// weights the near sample, column 256 - f the far one, each product cut by
+// itself.
+struct ScaleProducts {
+  std::array<std::array<uint16_t, 257>, 256> at;
+};
+constexpr ScaleProducts make_scale_products() {
+  ScaleProducts t{};
+  for (unsigned p = 0; p < 256; ++p) {
+    for (unsigned k = 0; k <= 256; ++k) t.at[p][k] = static_cast<uint16_t>(p * (256 - k) >> 8);
+  }
+  return t;
+}
+const ScaleProducts& scale_products() noexcept;
+
+// Where an output column reads: the byte offsets of its two source pixels
+// (the second is the first again where the source line has no next pixel)
+// and the weight of the second.
+struct ScaleColumn {
+  uint32_t near;
+  uint32_t far;
+  uint8_t fraction;
+};
+// The columns of an output line `out_pixels` wide over a source line of
+// `in_pixels` pixels of `channels` bytes, stepped by `step` (13 fractional
+// bits) from position 0.
+void scale_columns(ScaleColumn* columns, std::size_t out_pixels, uint32_t in_pixels, uint64_t step, unsigned channels);
+
+// Horizontal pass: output byte (i, c) = near * (256 - f) >> 8 + far * f >> 8
+// of column i's samples of channel c.
+void scale_row_h(const uint8_t* src, uint8_t* dst, const ScaleColumn* columns, std::size_t out_pixels,
+                 unsigned channels);
+// Vertical pass over `bytes` bytes: upper * (256 - f) >> 8 + lower * f >> 8.
+void scale_row_v(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::size_t bytes, unsigned fraction);
+
+}  // namespace pix::process::kernels
