@@ -16,7 +16,15 @@ void take_line_align(uint32_t in, uint32_t out) {
 }  // namespace
 
 uint32_t describe_output(uint32_t in, uint32_t out, uint16_t format, bool take_out_line_align) {
+  // The flags come along, but not the lock: whether the output's buffer is
+  // the caller's is the output's own affair.  A lock taken from a locked
+  // source would make the library's own strip pass for the caller's (never
+  // freed, never grown when a later strip needs more), and a caller's
+  // locked frame buffer would lose its lock and be freed.
+  const Image* before = find_image(out);
+  const uint32_t lock = before != nullptr ? before->flags & PIX_FLAG_LOCKED : 0;
   if (uint32_t r = PIX_image_copy_parameters(in, out); is_error(r)) return r;
+  if (Image* o = find_image(out); o != nullptr) o->flags = (o->flags & ~PIX_FLAG_LOCKED) | lock;
   if (format != 0) {
     if (uint32_t r = PIX_image_set_parameter(out, PIX_IMAGE_FORMAT, format); is_error(r)) return r;
   }

@@ -35,25 +35,14 @@ struct ScaleRun {
   int64_t scaled_line[2] = {-1, -1};
 };
 
-// A strip a worker allocated for an output that carries the lock flag (taken
-// along with a locked source's parameters): the library's own buffer.
-struct OwnStrip {
-  const Image* image = nullptr;
-  const uint8_t* data = nullptr;
-  uint64_t bytes = 0;
-};
-
 // Library-wide: one run of each operation at a time.  Destroying every image
 // ends the runs and lets go of the scale's buffers.
 struct GeometryState final : Releasable {
   stage::Progress crop, extract, subsample, pixel_rep, mirror, rotate, scale;
   ScaleRun scale_run;
-  std::array<OwnStrip, 8> own{};
-  std::size_t next_own = 0;
 
   void release() noexcept override {
     crop = extract = subsample = pixel_rep = mirror = rotate = scale = {};
-    own = {};
     scale_run.carry.start(0);
     scale_run.columns.reset();
     scale_run.scaled.reset();
@@ -137,33 +126,6 @@ uint32_t resize_output(uint32_t out, uint64_t width, uint64_t height, const char
   return check_reported(out, function);
 }
 
-// The start of every worker: the output's strip replaced by a fresh one of
-// its current strip size.  An output that holds the lock flag keeps its strip
-// from one call to the next; these operations change their strip size from
-// strip to strip, so a locked strip of the library's own making is replaced
-// when the next one needs more, never written past its end.
-uint32_t begin_strip(const Image& src, uint32_t out, const char* worker) {
-  Image* dst = find_image(out);
-  auto& own = geometry_state().own;
-  const bool locked = dst != nullptr && (dst->flags & PIX_FLAG_LOCKED) != 0;
-  if (locked && dst->data != nullptr && src.data != nullptr && dst != &src) {
-    for (OwnStrip& o : own) {
-      if (o.image != dst || o.data != dst->data) continue;
-      if (o.bytes < strip_bytes(*dst)) {
-        memory::release(dst->data);
-        dst->data = nullptr;
-        o = {};
-      }
-    }
-  }
-  const uint8_t* before = locked ? dst->data : nullptr;
-  if (uint32_t r = stage::begin_worker(src, out, worker); is_error(r)) return r;
-  if (locked && before == nullptr && dst->data != nullptr) {
-    own[geometry_state().next_own++ % own.size()] = {dst, dst->data, strip_bytes(*dst)};
-  }
-  return 0;
-}
-
 // Factor 1 of subsampling and replication hands the strip over unchanged:
 // moved when neither image is locked, else copied.
 uint32_t hand_over(uint32_t in, uint32_t out) {
@@ -199,7 +161,7 @@ uint32_t crop_1_strip(uint32_t in, uint32_t out, const Rectangle& r, uint32_t fi
   if (src.format == PIX_BILEVEL) return report(kCropWorker, code::unsupported, "Bilevel images not supported");
   const unsigned unit = moved_bytes(src.format);
   if (unit == 0 || !takes(kCropFormats, src.format)) return report(kCropWorker, kTypeRefused, kUnsupportedType);
-  if (uint32_t r = begin_strip(src, out, kCropWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kCropWorker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   const lines::In whole = lines::source(src, lines::padded(src));
   const uint64_t at = std::min<uint64_t>(first * whole.stride + static_cast<uint64_t>(r.x) * unit, whole.size);
@@ -229,7 +191,7 @@ uint32_t subsample_1_strip(uint32_t in, uint32_t out, unsigned f) {
   const Image& src = *find_image(in);
   const unsigned pb = sampled_bytes(src.format);
   if (pb == 0) return report(kSubsampleWorker, kTypeRefused, kUnsupportedType);
-  if (uint32_t r = begin_strip(src, out, kSubsampleWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kSubsampleWorker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   const uint64_t out_width = src.width / f;
   const lines::In from = lines::source(src, lines::packed(src, pb) * f);
@@ -254,7 +216,7 @@ uint32_t pixel_rep_1_strip(uint32_t in, uint32_t out, unsigned n) {
   const Image& src = *find_image(in);
   const unsigned pb = sampled_bytes(src.format);
   if (pb == 0) return report(kPixelRepWorker, code::unsupported, kUnsupportedType);
-  if (uint32_t r = begin_strip(src, out, kPixelRepWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kPixelRepWorker); is_error(r)) return r;
   if (n == 0) return 0;  // an empty output: nothing to write
   const Image& dst = *find_image(out);
   const uint64_t in_line = lines::packed(src, pb), out_line = in_line * n;
@@ -301,7 +263,7 @@ uint32_t extract_1_strip(uint32_t in, uint32_t out, const Circle& c) {
   // Each strip's buffer is sized for the whole circle (the last strip left
   // the output one line of what it took), so every pair taken fits.
   if (uint32_t r = resize_output(out, 2ull * c.r, 2ull * c.r, kExtractWorker); is_error(r)) return r;
-  if (uint32_t r = begin_strip(src, out, kExtractWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kExtractWorker); is_error(r)) return r;
   Image& dst = *find_image(out);
   const lines::In from = lines::source(src, lines::padded(src));
   const uint64_t room = strip_bytes(dst);
@@ -336,7 +298,7 @@ uint32_t mirror_1_strip(uint32_t in, uint32_t out) {
   const Image& src = *find_image(in);
   const unsigned pb = takes(kTurnFormats, src.format) ? moved_bytes(src.format) : 0;
   if (pb == 0) return report(kMirrorWorker, code::unsupported, kUnsupportedType);
-  if (uint32_t r = begin_strip(src, out, kMirrorWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kMirrorWorker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   const lines::In from = lines::source(src, lines::padded(src));
   const lines::Out to = lines::target(dst, lines::padded(dst));
@@ -361,7 +323,7 @@ uint32_t rotate_1_strip(uint32_t in, uint32_t out, uint16_t angle) {
   }
   const unsigned pb = takes(kTurnFormats, src.format) ? moved_bytes(src.format) : 0;
   if (pb == 0) return report(kRotateWorker, code::unsupported, kUnsupportedType);
-  if (uint32_t r = begin_strip(src, out, kRotateWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kRotateWorker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   const uint32_t w = src.width, h = std::min(src.height, src.lines_this_strip);
   const lines::In from = lines::source(src, lines::padded(src));
@@ -450,7 +412,7 @@ uint32_t scale_1_strip(uint32_t in, uint32_t out, uint64_t lines_before) {
   const uint32_t strip = src.lines_this_strip, held = run.carry.held();
   const uint32_t count = scale_lines(run, lines_before, strip);
   find_image(out)->lines_this_strip = count;
-  if (uint32_t r = begin_strip(src, out, kScaleWorker); is_error(r)) return r;
+  if (uint32_t r = stage::begin_worker(src, out, kScaleWorker); is_error(r)) return r;
   const std::size_t out_bytes = std::size_t{run.out_width} * run.channels;
   if (run.columns == nullptr) {
     // Sizes that do not fit the address space fail as allocations do.

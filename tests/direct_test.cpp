@@ -364,11 +364,10 @@ TEST_F(DirectConvert, KeptQuirks) {
   Bytes dst(8, 0x5A);
   const uint32_t out = PIX_image_create();
   PIX_image_set_ptr(out, PIX_PTR_DATA, dst.data());
-  PIX_image_set_flags(rgb, PIX_FLAG_LOCKED, 1);  // copied to the output with the parameters
+  PIX_image_set_flags(out, PIX_FLAG_LOCKED, 1);  // kept through the parameters' copy
   EXPECT_EQ(PIX_convert_to_XRGB32(rgb, out, PIX_STRIP_NEXT), 0u);
   EXPECT_EQ(dst, (Bytes{0x5A, 1, 2, 3, 0x5A, 4, 5, 6}));
   PIX_image_set_ptr(out, PIX_PTR_DATA, nullptr);
-  PIX_image_set_flags(rgb, PIX_FLAG_LOCKED, 0);
   // Paletted goes to grey only with a grey map.
   for (bool is_grey : {true, false}) {
     const uint32_t pal = image(PIX_PALETTED, 2, 1, {0, 1}), to = PIX_image_create();

@@ -86,7 +86,7 @@ TEST_F(Geometry, ScaleGivesTheSameImageInAnyStripSize) {
   for (const Case& c : {Case{PIX_Y8, 13, 11, 29, 23}, Case{PIX_RGB24, 17, 40, 5, 7}, Case{PIX_Y8, 9, 30, 9, 1},
                         Case{PIX_RGB24, 6, 1, 11, 4}, Case{PIX_Y8, 50, 37, 21, 37}}) {
     const uint32_t whole = picture(c.format, c.w, c.h, 1), ch = c.format == PIX_RGB24 ? 3 : 1, line = c.to_w * ch;
-    PIX_image_set_flags(whole, PIX_FLAG_LOCKED, c.format == PIX_RGB24);  // as in the crop test
+    PIX_image_set_flags(whole, PIX_FLAG_LOCKED, c.format == PIX_RGB24);  // a locked source, as in the crop test
     const uint64_t hs = (uint64_t{c.w} << 13) / c.to_w, vs = c.to_h > 1 ? (uint64_t{c.h - 1} << 13) / (c.to_h - 1) : 0;
     auto h_pass = [&](uint64_t y, uint32_t x) {  // byte x of the horizontally scaled line y
       const uint64_t p = x / ch * hs, i = p >> 13, n = std::min<uint64_t>(i + 1, c.w - 1);
@@ -170,7 +170,7 @@ TEST_F(Geometry, MirrorAndRotateMovePixelsWhere) {
 TEST_F(Geometry, CropTakesTheRectangleStripByStrip) {
   for (uint16_t f : {PIX_Y8, PIX_RGB24, PIX_YUV422, PIX_CMYK32}) {
     const uint32_t whole = picture(f, 11, 10), probe = PIX_image_create(), pb = (rec(whole).depth + 1) / 8;
-    PIX_image_set_flags(whole, PIX_FLAG_LOCKED, f == PIX_CMYK32);  // the output takes the lock with the parameters
+    PIX_image_set_flags(whole, PIX_FLAG_LOCKED, f == PIX_CMYK32);  // a locked source: the output keeps its own buffer
     for (auto r : {std::array<int16_t, 4>{3, 2, 5, 4}, {6, 7, 20, 20}, {0, 0, 11, 10}}) {
       const uint32_t w = std::min(r[2], int16_t(11 - r[0])), h = std::min(r[3], int16_t(10 - r[1]));
       ASSERT_EQ(PIX_IP_crop(whole, probe, r.data(), 4), 0u);  // sets up and ends
