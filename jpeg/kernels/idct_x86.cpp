@@ -279,12 +279,136 @@ IDCT_T void yuv411(const BlockIn* b, const uint16_t* qy, const uint16_t* qc, uin
 #undef IDCT_T
 }  // namespace avx2
 
+// ---------------------------------------------------------------------------
+// AVX-512: four blocks, one per 128-bit lane.
+namespace avx512 {
+using V = __m512i;
+using M16 = __mmask32;
+constexpr int N = 4;
+#define IDCT_T PIX95_AVX512
+IDCT_T PIX95_INLINE V zero() { return _mm512_setzero_si512(); }
+IDCT_T PIX95_INLINE V set32(int32_t v) { return _mm512_set1_epi32(v); }
+IDCT_T PIX95_INLINE V set16(int16_t v) { return _mm512_set1_epi16(v); }
+IDCT_T PIX95_INLINE V set8(int8_t v) { return _mm512_set1_epi8(v); }
+IDCT_T PIX95_INLINE V add32(V a, V b) { return _mm512_add_epi32(a, b); }
+IDCT_T PIX95_INLINE V sub32(V a, V b) { return _mm512_sub_epi32(a, b); }
+IDCT_T PIX95_INLINE V madd(V a, V b) { return _mm512_madd_epi16(a, b); }
+template <int B>
+IDCT_T PIX95_INLINE V srai32(V a) { return _mm512_srai_epi32(a, B); }
+template <int B>
+IDCT_T PIX95_INLINE V srai16(V a) { return _mm512_srai_epi16(a, B); }
+template <int B>
+IDCT_T PIX95_INLINE V slli16(V a) { return _mm512_slli_epi16(a, B); }
+IDCT_T PIX95_INLINE V minus_one_where_gt(V x, V a, V b) {
+  return _mm512_mask_sub_epi32(x, _mm512_cmpgt_epi32_mask(a, b), x, _mm512_set1_epi32(1));
+}
+IDCT_T PIX95_INLINE V packs32(V a, V b) { return _mm512_packs_epi32(a, b); }
+IDCT_T PIX95_INLINE V packs16(V a, V b) { return _mm512_packs_epi16(a, b); }
+IDCT_T PIX95_INLINE V unlo8(V a, V b) { return _mm512_unpacklo_epi8(a, b); }
+IDCT_T PIX95_INLINE V unhi8(V a, V b) { return _mm512_unpackhi_epi8(a, b); }
+IDCT_T PIX95_INLINE V unlo16(V a, V b) { return _mm512_unpacklo_epi16(a, b); }
+IDCT_T PIX95_INLINE V unhi16(V a, V b) { return _mm512_unpackhi_epi16(a, b); }
+IDCT_T PIX95_INLINE V unlo32(V a, V b) { return _mm512_unpacklo_epi32(a, b); }
+IDCT_T PIX95_INLINE V unhi32(V a, V b) { return _mm512_unpackhi_epi32(a, b); }
+IDCT_T PIX95_INLINE V unlo64(V a, V b) { return _mm512_unpacklo_epi64(a, b); }
+IDCT_T PIX95_INLINE V unhi64(V a, V b) { return _mm512_unpackhi_epi64(a, b); }
+IDCT_T PIX95_INLINE V or_(V a, V b) { return _mm512_or_si512(a, b); }
+IDCT_T PIX95_INLINE V xor_(V a, V b) { return _mm512_xor_si512(a, b); }
+IDCT_T PIX95_INLINE V mullo16(V a, V b) { return _mm512_mullo_epi16(a, b); }
+IDCT_T PIX95_INLINE V mulhi16(V a, V b) { return _mm512_mulhi_epi16(a, b); }
+IDCT_T PIX95_INLINE V max16(V a, V b) { return _mm512_max_epi16(a, b); }
+IDCT_T PIX95_INLINE V min16(V a, V b) { return _mm512_min_epi16(a, b); }
+IDCT_T PIX95_INLINE V eq16(V a, V b) { return _mm512_movm_epi16(_mm512_cmpeq_epi16_mask(a, b)); }
+IDCT_T PIX95_INLINE M16 zero16(V a) { return _mm512_testn_epi16_mask(a, a); }
+IDCT_T PIX95_INLINE V select16(M16 m, V a, V b) { return _mm512_mask_mov_epi16(b, m, a); }
+IDCT_T PIX95_INLINE bool is_zero(V a) { return _mm512_test_epi64_mask(a, a) == 0; }
+IDCT_T PIX95_INLINE V lanes(const void* p0, const void* p1, const void* p2, const void* p3) {
+  const auto ld = [](const void* p) PIX95_AVX512 { return _mm_loadu_si128(static_cast<const __m128i*>(p)); };
+  const __m256i lo = _mm256_inserti128_si256(_mm256_castsi128_si256(ld(p0)), ld(p1), 1);
+  const __m256i hi = _mm256_inserti128_si256(_mm256_castsi128_si256(ld(p2)), ld(p3), 1);
+  return _mm512_inserti64x4(_mm512_castsi256_si512(lo), hi, 1);
+}
+IDCT_T PIX95_INLINE V load_coef(const Group<N>& g, int r) {
+  return lanes(g.coef[0] + 8 * r, g.coef[1] + 8 * r, g.coef[2] + 8 * r, g.coef[3] + 8 * r);
+}
+IDCT_T PIX95_INLINE V load_q(const Group<N>& g, int r) {
+  return lanes(g.q[0] + 8 * r, g.q[1] + 8 * r, g.q[2] + 8 * r, g.q[3] + 8 * r);
+}
+constexpr __mmask32 kDc = 0x01010101;  // element 0 of each lane
+IDCT_T PIX95_INLINE V without_dc(V a) { return _mm512_maskz_mov_epi16(~kDc, a); }
+IDCT_T PIX95_INLINE V with_dc(V a, const int16_t* d) {
+  return _mm512_mask_blend_epi16(kDc, a, _mm512_setr_epi32(d[0], 0, 0, 0, d[1], 0, 0, 0, d[2], 0, 0, 0, d[3], 0, 0, 0));
+}
+IDCT_T PIX95_INLINE V splat_lanes(const uint8_t* s) {
+  const auto x = [s](int b) { return static_cast<int32_t>(s[b] * 0x01010101u); };
+  return _mm512_setr_epi32(x(0), x(0), x(0), x(0), x(1), x(1), x(1), x(1), x(2), x(2), x(2), x(2), x(3), x(3), x(3), x(3));
+}
+#include "idct_x86_body.h"
+
+IDCT_T PIX95_INLINE void store32(uint8_t* p, __m256i v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
+IDCT_T PIX95_INLINE void store_halves(uint8_t* p, std::ptrdiff_t stride, V v) {
+  store32(p, _mm512_castsi512_si256(v));
+  store32(p + stride, _mm512_extracti64x4_epi64(v, 1));
+}
+
+IDCT_T void grey(const BlockIn* blocks, std::size_t n, const uint16_t* q, uint8_t* out, std::ptrdiff_t stride) noexcept {
+  if (!signed_table(q)) return grey_blocks_scalar(blocks, n, q, out, stride);
+  const uint16_t* const qq[4] = {q, q, q, q};
+  const V rows_in_order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+  std::size_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    V w[4];
+    if (!rows(group<4>(blocks + i, qq), w)) {
+      grey_blocks_scalar(blocks + i, 4, q, out + 8 * i, stride);
+      continue;
+    }
+    uint8_t* o = out + 8 * i;
+    for (int k = 0; k < 4; ++k, o += 2 * stride) store_halves(o, stride, _mm512_permutexvar_epi64(rows_in_order, w[k]));
+  }
+  if (i < n) avx2::grey(blocks + i, n - i, q, out + 8 * i, stride);
+}
+
+IDCT_T void yuv422(const BlockIn* b, const uint16_t* qy, const uint16_t* qc, uint8_t* out, std::ptrdiff_t stride) noexcept {
+  const uint16_t* const qq[4] = {qy, qy, qc, qc};
+  V w[4];
+  if (!signed_table(qy) || !signed_table(qc) || !rows(group<4>(b, qq), w)) {
+    return yuv422_blocks_scalar(b, qy, qc, out, stride);
+  }
+  // Per lane: Y1 Y2 row 2k, Y1 Y2 row 2k, then row 2k + 1 twice; U V alike.
+  const V luma = _mm512_setr_epi64(0, 2, 0, 2, 1, 3, 1, 3), chroma = _mm512_setr_epi64(4, 6, 4, 6, 5, 7, 5, 7);
+  const V interleave = _mm512_broadcast_i32x4(_mm_setr_epi8(PIX95_INTERLEAVE_HALVES));
+  for (int k = 0; k < 4; ++k, out += 2 * stride) {
+    const V y = _mm512_permutexvar_epi64(luma, w[k]);
+    const V c = _mm512_shuffle_epi8(_mm512_permutexvar_epi64(chroma, w[k]), interleave);
+    // Lanes 0 and 2 take the low halves' bytes, 1 and 3 the high halves'.
+    store_halves(out, stride, _mm512_mask_blend_epi64(0xCC, _mm512_unpacklo_epi8(y, c), _mm512_unpackhi_epi8(y, c)));
+  }
+}
+
+IDCT_T void yuv411(const BlockIn* b, const uint16_t* qy, const uint16_t* qc, uint8_t* out, std::ptrdiff_t stride) noexcept {
+  const uint16_t* const ql[4] = {qy, qy, qy, qy};
+  const uint16_t* const qk[2] = {qc, qc};
+  V y[4];
+  __m256i c[4];
+  if (!signed_table(qy) || !signed_table(qc) || !rows(group<4>(b, ql), y) || !avx2::rows(group<2>(b + 4, qk), c)) {
+    return yuv411_blocks_scalar(b, qy, qc, out, stride);
+  }
+  for (int j = 0; j < 8; ++j, out += 2 * stride) {
+    const __m256i yj = j < 4 ? _mm512_castsi512_si256(y[j]) : _mm512_extracti64x4_epi64(y[j - 4], 1);
+    const __m256i cj = (j & 1) != 0 ? _mm256_permute4x64_epi64(c[j / 2], 0xDD) : _mm256_permute4x64_epi64(c[j / 2], 0x88);
+    avx2::lines(out, stride, yj, cj);
+  }
+}
+#undef IDCT_T
+}  // namespace avx512
+
 }  // namespace
 
 GreyBlocks grey_blocks_simd(simd::Level level) noexcept {
   switch (level) {
     case simd::Level::sse2: return sse2::grey;
     case simd::Level::avx2: return avx2::grey;
+    case simd::Level::avx512: return avx512::grey;
     default: return nullptr;
   }
 }
@@ -292,6 +416,7 @@ McuBlocks yuv422_blocks_simd(simd::Level level) noexcept {
   switch (level) {
     case simd::Level::sse2: return sse2::yuv422;
     case simd::Level::avx2: return avx2::yuv422;
+    case simd::Level::avx512: return avx512::yuv422;
     default: return nullptr;
   }
 }
@@ -299,6 +424,7 @@ McuBlocks yuv411_blocks_simd(simd::Level level) noexcept {
   switch (level) {
     case simd::Level::sse2: return sse2::yuv411;
     case simd::Level::avx2: return avx2::yuv411;
+    case simd::Level::avx512: return avx512::yuv411;
     default: return nullptr;
   }
 }
