@@ -197,29 +197,39 @@ class StripDecoder {
     return p;
   }
 
-  void block(uint8_t component, uint8_t* out, std::ptrdiff_t stride) {
+  // The next block with its predicted DC.
+  kernels::BlockIn take(uint8_t component) {
     uint64_t nonzero;
     const int16_t* c = next(nonzero);
-    const int32_t dc = predict(component, c);
-    kernels::idct_block(c, dc, st_.quant[component == 0 ? 0 : 1].data(), out, stride, nonzero);
+    return {c, predict(component, c), nonzero};
   }
 
   void row_into(uint8_t* dst, std::ptrdiff_t stride) {
-    alignas(64) uint8_t b[6][64];
-    for (uint64_t col = 0; col < columns_; ++col) {
-      switch (layout_) {
-        case Layout::grey:
-          block(0, dst + col * 8, stride);
-          break;
-        case Layout::yuv422:
-          for (int k = 0; k < 4; ++k) block(s_.component[k], b[k], 8);
-          kernels::place_422(b[0], b[1], b[2], b[3], dst + col * 32, stride);
-          break;
-        case Layout::yuv411:
-          for (int k = 0; k < 6; ++k) block(s_.component[k], b[k], 8);
-          kernels::place_411(b[0], b[1], b[2], b[3], b[4], b[5], dst + col * 32, stride);
-          break;
-      }
+    const kernels::IdctKernels& k = kernels::idct_kernels();
+    const uint16_t* qy = st_.quant[0].data();
+    const uint16_t* qc = st_.quant[1].data();
+    kernels::BlockIn in[16];
+    switch (layout_) {
+      case Layout::grey:
+        for (uint64_t col = 0; col < columns_;) {
+          const auto n = static_cast<std::size_t>(std::min<uint64_t>(16, columns_ - col));
+          for (std::size_t i = 0; i < n; ++i) in[i] = take(0);
+          k.grey(in, n, qy, dst + col * 8, stride);
+          col += n;
+        }
+        break;
+      case Layout::yuv422:
+        for (uint64_t col = 0; col < columns_; ++col) {
+          for (int i = 0; i < 4; ++i) in[i] = take(s_.component[i]);
+          k.yuv422(in, qy, qc, dst + col * 32, stride);
+        }
+        break;
+      case Layout::yuv411:
+        for (uint64_t col = 0; col < columns_; ++col) {
+          for (int i = 0; i < 6; ++i) in[i] = take(s_.component[i]);
+          k.yuv411(in, qy, qc, dst + col * 32, stride);
+        }
+        break;
     }
   }
 

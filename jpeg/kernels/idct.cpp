@@ -57,13 +57,17 @@ inline uint8_t level_shift(int32_t s) {
 
 }  // namespace
 
+uint8_t dc_only_sample(int32_t dc, uint16_t q0) noexcept {
+  return level_shift(descale<18>((static_cast<u32>(dc) * q0 * 4u) << 13));
+}
+
 void idct_block(const int16_t* coef, int32_t dc, const uint16_t* q, uint8_t* out, std::ptrdiff_t stride,
                 uint64_t nonzero) noexcept {
   constexpr uint64_t kColumn = 0x0101010101010100;  // rows 1..7 of column 0
   if ((nonzero & ~uint64_t{1}) == 0) {
     // DC only: every column but the first is zero, the first is DC x 4, and
     // every row then gives one sample.
-    const uint8_t s = level_shift(descale<18>((static_cast<u32>(dc) * q[0] * 4u) << 13));
+    const uint8_t s = dc_only_sample(dc, q[0]);
     for (int r = 0; r < 8; ++r) std::memset(out + r * stride, s, 8);
     return;
   }
@@ -136,6 +140,52 @@ void place_411(const uint8_t* y1, const uint8_t* y2, const uint8_t* y3, const ui
       d[0] = right[2 * p], d[1] = cu[4 + p], d[2] = right[2 * p + 1], d[3] = cv[4 + p];
     }
   }
+}
+
+void grey_blocks_scalar(const BlockIn* blocks, std::size_t n, const uint16_t* q, uint8_t* out,
+                        std::ptrdiff_t stride) noexcept {
+  for (std::size_t i = 0; i < n; ++i) idct_block(blocks[i].coef, blocks[i].dc, q, out + 8 * i, stride, blocks[i].nonzero);
+}
+
+namespace {
+template <int Blocks, int Luma>
+void samples(const BlockIn* blocks, const uint16_t* qy, const uint16_t* qc, uint8_t (&s)[Blocks][64]) {
+  for (int k = 0; k < Blocks; ++k) {
+    idct_block(blocks[k].coef, blocks[k].dc, k < Luma ? qy : qc, s[k], 8, blocks[k].nonzero);
+  }
+}
+}  // namespace
+
+void yuv422_blocks_scalar(const BlockIn* blocks, const uint16_t* qy, const uint16_t* qc, uint8_t* out,
+                          std::ptrdiff_t stride) noexcept {
+  alignas(16) uint8_t s[4][64];
+  samples<4, 2>(blocks, qy, qc, s);
+  place_422(s[0], s[1], s[2], s[3], out, stride);
+}
+
+void yuv411_blocks_scalar(const BlockIn* blocks, const uint16_t* qy, const uint16_t* qc, uint8_t* out,
+                          std::ptrdiff_t stride) noexcept {
+  alignas(16) uint8_t s[6][64];
+  samples<6, 4>(blocks, qy, qc, s);
+  place_411(s[0], s[1], s[2], s[3], s[4], s[5], out, stride);
+}
+
+IdctKernels idct_kernels(simd::Level level) noexcept {
+  IdctKernels k{grey_blocks_scalar, yuv422_blocks_scalar, yuv411_blocks_scalar};
+  // From the lowest level up, so each entry ends as the widest one at or below `level`.
+  for (auto l = simd::Level::sse2; static_cast<int>(l) <= static_cast<int>(level);
+       l = static_cast<simd::Level>(static_cast<int>(l) + 1)) {
+    if (const auto f = grey_blocks_simd(l)) k.grey = f;
+    if (const auto f = yuv422_blocks_simd(l)) k.yuv422 = f;
+    if (const auto f = yuv411_blocks_simd(l)) k.yuv411 = f;
+  }
+  return k;
+}
+
+// Chosen at the first decode: the processor does not change under a running program.
+const IdctKernels& idct_kernels() noexcept {
+  static const IdctKernels chosen = idct_kernels(simd::active());
+  return chosen;
 }
 
 }  // namespace pix::jpeg::kernels

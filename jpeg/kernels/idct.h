@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/simd.h"
+
 namespace pix::jpeg::kernels {
 
 // One block: `coef` holds the 64 quantised coefficients in natural order,
@@ -29,5 +31,50 @@ void place_422(const uint8_t* y1, const uint8_t* y2, const uint8_t* u, const uin
 // below, chroma row r serving lines 2r and 2r + 1.
 void place_411(const uint8_t* y1, const uint8_t* y2, const uint8_t* y3, const uint8_t* y4, const uint8_t* u,
                const uint8_t* v, uint8_t* dst, std::ptrdiff_t stride) noexcept;
+
+// The one sample of a block whose AC coefficients are all zero (what
+// idct_block writes everywhere in it).
+uint8_t dc_only_sample(int32_t dc, uint16_t q0) noexcept;
+
+// A block to transform: its coefficients, predicted DC and nonzero mask, as
+// idct_block takes them.
+struct BlockIn {
+  const int16_t* coef;
+  int32_t dc;
+  uint64_t nonzero;
+};
+
+// Blocks to lines, each giving the bytes of idct_block and place_422 /
+// place_411: `grey` puts `n` blocks side by side (8 lines of 8 * n bytes);
+// `yuv422` one MCU of Y1 Y2 U V (8 lines of 32 bytes); `yuv411` one MCU of
+// Y1 Y2 Y3 Y4 U V (16 lines of 32 bytes).  Luma uses `qy`, chroma `qc`.
+using GreyBlocks = void (*)(const BlockIn* blocks, std::size_t n, const uint16_t* q, uint8_t* out,
+                            std::ptrdiff_t stride) noexcept;
+using McuBlocks = void (*)(const BlockIn* blocks, const uint16_t* qy, const uint16_t* qc, uint8_t* out,
+                           std::ptrdiff_t stride) noexcept;
+struct IdctKernels {
+  GreyBlocks grey;
+  McuBlocks yuv422;
+  McuBlocks yuv411;
+};
+
+// The kernels of `level` (each the widest one at or below it; the scalar
+// ones at Level::scalar).  The processor must support `level`.
+IdctKernels idct_kernels(simd::Level level) noexcept;
+// The kernels of simd::active(), chosen once.
+const IdctKernels& idct_kernels() noexcept;
+
+// The SIMD kernels of one level, null where the level has none (idct_x86.cpp).
+GreyBlocks grey_blocks_simd(simd::Level level) noexcept;
+McuBlocks yuv422_blocks_simd(simd::Level level) noexcept;
+McuBlocks yuv411_blocks_simd(simd::Level level) noexcept;
+
+// The scalar kernels: idct_block block by block, then place_422 / place_411.
+void grey_blocks_scalar(const BlockIn* blocks, std::size_t n, const uint16_t* q, uint8_t* out,
+                        std::ptrdiff_t stride) noexcept;
+void yuv422_blocks_scalar(const BlockIn* blocks, const uint16_t* qy, const uint16_t* qc, uint8_t* out,
+                          std::ptrdiff_t stride) noexcept;
+void yuv411_blocks_scalar(const BlockIn* blocks, const uint16_t* qy, const uint16_t* qc, uint8_t* out,
+                          std::ptrdiff_t stride) noexcept;
 
 }  // namespace pix::jpeg::kernels
