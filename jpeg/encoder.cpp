@@ -163,19 +163,28 @@ class StripCoder {
   // One block row from its 8 lines.
   uint32_t code_row(const uint8_t* const lines[8]) {
     if (uint32_t r = make_room(row_bytes_); is_error(r)) return r;
-    alignas(32) int16_t blocks[4][64];
+    alignas(64) int16_t zz[4][64];
+    uint64_t nonzero[4];
     if (g_.grey) {
-      for (std::size_t x = 0; x < g_.padded; x += 8) {
-        kernels::grey_block(lines, x, blocks[0]);
-        code_block(blocks[0], kY);
+      std::size_t x = 0;
+      for (; x + 32 <= g_.padded; x += 32) {
+        k_.grey_4(lines, x, st_.luma, zz, nonzero);
+        for (int i = 0; i < 4; ++i) code_block(zz[i], nonzero[i], kY);
+      }
+      for (; x < g_.padded; x += 8) {
+        alignas(64) int16_t block[64];
+        kernels::grey_block(lines, x, block);
+        k_.fdct(block);
+        nonzero[0] = k_.quantise(block, zz[0], st_.luma);
+        code_block(zz[0], nonzero[0], kY);
       }
     } else {
       for (std::size_t x = 0; x < g_.padded; x += 16) {
-        kernels::yuv_mcu(lines, x, blocks[0], blocks[1], blocks[2], blocks[3]);
-        code_block(blocks[0], kY);
-        code_block(blocks[1], kY);
-        code_block(blocks[2], kU);
-        code_block(blocks[3], kV);
+        k_.mcu_422(lines, x, st_.luma, st_.chroma, zz, nonzero);
+        code_block(zz[0], nonzero[0], kY);
+        code_block(zz[1], nonzero[1], kY);
+        code_block(zz[2], nonzero[2], kU);
+        code_block(zz[3], nonzero[3], kV);
       }
     }
     return 0;
@@ -192,10 +201,10 @@ class StripCoder {
   }
 
  private:
-  void code_block(int16_t* block, Component c) {
-    alignas(32) int16_t zz[64];
-    k_.fdct(block);
-    k_.quantise(block, zz, c == kY ? st_.luma : st_.chroma);
+  // A quantised block in zig-zag order; `nonzero` its mask of non-zero
+  // values (bit 0 for the DC itself), which the Huffman coder does not take
+  // yet.
+  void code_block(int16_t* zz, [[maybe_unused]] uint64_t nonzero, Component c) {
     const int32_t dc = zz[0];
     zz[0] = static_cast<int16_t>(dc - st_.predictor[c]);
     st_.predictor[c] = dc;

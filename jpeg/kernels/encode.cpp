@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/simd.h"
+#include "fdct_x86.h"
 
 namespace pix::jpeg::kernels {
 namespace {
@@ -147,11 +148,14 @@ Quantiser make_quantiser(const uint8_t* table) noexcept {
     const int n = kZigZag[i];
     q.multiplier[n] = ((uint32_t{1} << kReciprocalShift) + divisor - 1) / divisor;
     q.half[n] = static_cast<uint16_t>(entry / 2);
+    const int log2 = std::bit_width(divisor) - 1;
+    q.reciprocal[n] = static_cast<uint16_t>(((uint32_t{1} << (15 + log2)) + divisor - 1) / divisor);
+    q.scale[n] = static_cast<uint16_t>(1u << (15 - log2));
   }
   return q;
 }
 
-void quantise_scalar(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept {
+uint64_t quantise_scalar(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept {
   // In natural order first, without branches (coefficient signs are as good
   // as random), then into zig-zag order.
   int16_t natural[64];
@@ -161,12 +165,49 @@ void quantise_scalar(const int16_t* block, int16_t* zz, const Quantiser& q) noex
     const auto r = static_cast<int32_t>((x * q.multiplier[n]) >> kReciprocalShift);
     natural[n] = static_cast<int16_t>((r ^ sign) - sign);
   }
-  for (int i = 0; i < 64; ++i) zz[i] = natural[kZigZag[i]];
+  uint64_t nonzero = 0;
+  for (int i = 0; i < 64; ++i) {
+    zz[i] = natural[kZigZag[i]];
+    nonzero |= uint64_t{zz[i] != 0} << i;
+  }
+  return nonzero;
+}
+
+void mcu_422_scalar(const uint8_t* const lines[8], std::size_t x, const Quantiser& luma, const Quantiser& chroma,
+                    int16_t (*zz)[64], uint64_t* nonzero) noexcept {
+  int16_t blocks[4][64];
+  yuv_mcu(lines, x, blocks[0], blocks[1], blocks[2], blocks[3]);
+  for (int i = 0; i < 4; ++i) {
+    fdct_scalar(blocks[i]);
+    nonzero[i] = quantise_scalar(blocks[i], zz[i], i < 2 ? luma : chroma);
+  }
+}
+
+void grey_4_scalar(const uint8_t* const lines[8], std::size_t x, const Quantiser& q, int16_t (*zz)[64],
+                   uint64_t* nonzero) noexcept {
+  for (int i = 0; i < 4; ++i) {
+    int16_t block[64];
+    grey_block(lines, x + 8 * i, block);
+    fdct_scalar(block);
+    nonzero[i] = quantise_scalar(block, zz[i], q);
+  }
+}
+
+BlockKernels block_kernels(simd::Level level) noexcept {
+  BlockKernels k{fdct_scalar, quantise_scalar, mcu_422_scalar, grey_4_scalar};
+  // Each kernel from the widest level up to `level` that has one.
+  for (int l = 1; l <= static_cast<int>(level); ++l) {
+    const BlockKernels s = block_kernels_simd(static_cast<simd::Level>(l));
+    if (s.fdct != nullptr) k.fdct = s.fdct;
+    if (s.quantise != nullptr) k.quantise = s.quantise;
+    if (s.mcu_422 != nullptr) k.mcu_422 = s.mcu_422;
+    if (s.grey_4 != nullptr) k.grey_4 = s.grey_4;
+  }
+  return k;
 }
 
 const BlockKernels& block_kernels() noexcept {
-  // Scalar at every level until vector bodies exist.
-  static const BlockKernels chosen{fdct_scalar, quantise_scalar};
+  static const BlockKernels chosen = block_kernels(simd::active());
   return chosen;
 }
 

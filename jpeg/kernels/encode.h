@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/simd.h"
 #include "jpeg/tables.h"
 
 namespace pix::jpeg::kernels {
@@ -26,29 +27,60 @@ void grey_block(const uint8_t* const lines[8], std::size_t x, int16_t* block) no
 void yuv_mcu(const uint8_t* const lines[8], std::size_t x, int16_t* y1, int16_t* y2, int16_t* u,
              int16_t* v) noexcept;
 
-// The integer forward DCT in place, at the true scale of the transform.
+// The integer forward DCT in place, at the true scale of the transform, of
+// a block of samples -128..127 (all the encoder gives it; the products and
+// intermediate values are exact for those, as the header comment tells).
 void fdct_scalar(int16_t* block) noexcept;
 
 // Quantisation by one table, as reciprocals: for every |c| + q/2 below 4096
 // (all the DCT can give), (x * multiplier) >> 20 is exactly x / q.  Entries
 // in natural order.
-struct Quantiser {
+//
+// The vector kernels divide in 16-bit lanes instead: with L = floor(log2 q),
+// reciprocal = ceil(2^(15 + L) / q) (at most 2^15) and scale = 2^(15 - L),
+// y = mulhi(2x, reciprocal) = floor(x * reciprocal / 2^15) and
+// mulhi(2y, scale) = floor(y / 2^L) = floor(x * reciprocal / 2^(15 + L)),
+// which is x / q for every x up to 2^14: the error of the reciprocal,
+// reciprocal * q - 2^(15 + L), is below q <= 2^(L + 1), so x times it stays
+// below 2^(15 + L).  (mulhi: the upper 16 bits of the unsigned product.)
+struct alignas(64) Quantiser {
   uint32_t multiplier[64];
   uint16_t half[64];
+  uint16_t reciprocal[64];
+  uint16_t scale[64];
 };
 inline constexpr int kReciprocalShift = 20;
 // From a table of 64 entries in zig-zag order, as a record holds it.  An
 // entry of 0 (a Q scale above 320) divides by 1 rather than trap.
 Quantiser make_quantiser(const uint8_t* table) noexcept;
-// The block's coefficients quantised, (c + q/2) / q above 0 and
-// (c - q/2) / q otherwise, truncated toward zero, in zig-zag order.
-void quantise_scalar(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept;
+// The block's coefficients (|c| <= 4095) quantised, (c + q/2) / q above 0
+// and (c - q/2) / q otherwise, truncated toward zero, in zig-zag order.
+// Returns the mask of the non-zero ones: bit k for zz[k] (bit 0 for the
+// quantised DC itself, not its difference).
+uint64_t quantise_scalar(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept;
 
-// The kernels of the active SIMD level, chosen once.
+// Raster to quantised blocks in one step, as the kernels above would do it
+// one after the other.  A 4:2:2 MCU at pixel x: zz[0], zz[1] the Y blocks
+// (by `luma`), zz[2] U and zz[3] V (by `chroma`), nonzero[i] the mask of
+// zz[i] as quantise returns it.
+void mcu_422_scalar(const uint8_t* const lines[8], std::size_t x, const Quantiser& luma, const Quantiser& chroma,
+                    int16_t (*zz)[64], uint64_t* nonzero) noexcept;
+// Four grey blocks at pixels x, x + 8, x + 16 and x + 24.
+void grey_4_scalar(const uint8_t* const lines[8], std::size_t x, const Quantiser& q, int16_t (*zz)[64],
+                   uint64_t* nonzero) noexcept;
+
 struct BlockKernels {
   void (*fdct)(int16_t* block) noexcept;
-  void (*quantise)(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept;
+  uint64_t (*quantise)(const int16_t* block, int16_t* zz, const Quantiser& q) noexcept;
+  void (*mcu_422)(const uint8_t* const lines[8], std::size_t x, const Quantiser& luma, const Quantiser& chroma,
+                  int16_t (*zz)[64], uint64_t* nonzero) noexcept;
+  void (*grey_4)(const uint8_t* const lines[8], std::size_t x, const Quantiser& q, int16_t (*zz)[64],
+                 uint64_t* nonzero) noexcept;
 };
+// The kernels of one SIMD level, which the processor must support; each
+// gives the scalar kernels' values.
+BlockKernels block_kernels(simd::Level level) noexcept;
+// The kernels of the active SIMD level, chosen once.
 const BlockKernels& block_kernels() noexcept;
 
 // ---------------------------------------------------------------------------
