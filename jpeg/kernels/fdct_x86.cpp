@@ -1,6 +1,6 @@
 // SIMD block kernels of the JPEG encoder at SSE2 (one block at a time), AVX2
 // (two, one per 128-bit lane) and AVX-512 (four: a whole 4:2:2 MCU).  The
-// transform and the division are fdct_x86_body.inl, shared by the levels;
+// transform and the division are fdct_x86_body.h, shared by the levels;
 // this file has each level's lane operations, its reading of raster lines
 // and its zig-zag reordering:
 // - SSE2 stores the quantised block and reorders it a value at a time;
@@ -69,7 +69,7 @@ PIX95_LEVEL PIX95_INLINE V with_sign(V r, V c) {
   return _mm_sub_epi16(_mm_xor_si128(r, s), s);
 }
 
-#include "fdct_x86_body.inl"
+#include "fdct_x86_body.h"
 
 PIX95_LEVEL PIX95_INLINE V load(const void* p) { return _mm_loadu_si128(static_cast<const V*>(p)); }
 PIX95_LEVEL PIX95_INLINE void store(void* p, V v) { _mm_storeu_si128(static_cast<V*>(p), v); }
@@ -180,7 +180,7 @@ PIX95_LEVEL PIX95_INLINE V magnitude(V c) { return _mm256_abs_epi16(c); }
 // 0 where c is 0, which only a 0 quotient has (q/2 < q).
 PIX95_LEVEL PIX95_INLINE V with_sign(V r, V c) { return _mm256_sign_epi16(r, c); }
 
-#include "fdct_x86_body.inl"
+#include "fdct_x86_body.h"
 
 PIX95_LEVEL PIX95_INLINE V load(const void* p) { return _mm256_loadu_si256(static_cast<const V*>(p)); }
 PIX95_LEVEL PIX95_INLINE void store(void* p, V v) { _mm256_storeu_si256(static_cast<V*>(p), v); }
@@ -330,7 +330,7 @@ PIX95_LEVEL PIX95_INLINE V with_sign(V r, V c) {
   return _mm512_mask_sub_epi16(r, _mm512_movepi16_mask(c), _mm512_setzero_si512(), r);
 }
 
-#include "fdct_x86_body.inl"
+#include "fdct_x86_body.h"
 
 PIX95_LEVEL PIX95_INLINE V load(const void* p) { return _mm512_loadu_si512(p); }
 PIX95_LEVEL PIX95_INLINE void store(void* p, V v) { _mm512_storeu_si512(p, v); }

@@ -3,7 +3,7 @@
 // each level, after defining there the vector type V, the target attribute
 // PIX95_LEVEL and the lane operations below (all of them work within 128-bit
 // lanes, so each 128-bit lane of V holds one block: 1, 2 or 4 blocks at a
-// time).
+// time).  No include guard: each inclusion is a different kernel.
 //
 // Layouts: "rows" registers r[0..7] hold row i of their block(s) in r[i];
 // the butterflies run across the 8 registers, so each pass transposes its
