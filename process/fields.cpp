@@ -4,24 +4,30 @@
 // PIX_HSI and grey images.  Strip-wise outer functions on the shared strip
 // driver (interlacing takes whole frames), with workers that run the row
 // kernels over each strip.
+#include "process/kernels/fields.h"
+
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
 
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/lines.h"
 #include "core/stage.h"
 #include "core/status.h"
-#include "process/kernels/fields.h"
 
 using namespace pix;
 namespace k = pix::process::kernels;
 
 namespace {
 
-// Library-wide: one run of each function at a time.
-struct FieldState {
+// Library-wide: one run of each function at a time.  Destroying every image
+// ends the runs.
+struct FieldState final : Releasable {
   stage::Progress two_fields, field, interlace, data32, xxxx32, yuv_pseudo, hsi_pseudo, y8_pseudo;
+  void release() noexcept override {
+    two_fields = field = interlace = data32 = xxxx32 = yuv_pseudo = hsi_pseudo = y8_pseudo = {};
+  }
 };
 FieldState& field_state() noexcept {
   static FieldState state;
@@ -79,6 +85,8 @@ uint32_t two_fields_1_strip(uint32_t first, uint32_t second, uint32_t frame) {
   const Image& a = *find_image(first);
   const Image& b = *find_image(second);
   if (b.data == nullptr) return report(kTwoFieldsWorker, code::bad_image, "No image data");
+  // Nothing else would stop the second field being read with the first
+  // field's sizes.
   if (!same_layout(a, b) || b.lines_this_strip < a.lines_this_strip) {
     return report(kTwoFieldsWorker, code::bad_image, kSecondCorrupt);
   }
@@ -199,10 +207,8 @@ constexpr const char* kYuvPseudoWorker = "PIX_SPL_YUV422_to_RGB_pseudo_colour_1_
 constexpr stage::Stage kHsiPseudo{
     .name = "PIX_SPL_HSI_to_RGB_pseudo_colour", .target = PIX_RGB24, .same = stage::Copy::none};
 constexpr const char* kHsiPseudoWorker = "PIX_SPL_HSI_to_RGB_pseudo_colour_1_strip";
-constexpr stage::Stage kY8Pseudo{.name = "PIX_SPL_Y8_to_pseudo_colour",
-                                 .target = PIX_RGB16,
-                                 .same = stage::Copy::none,
-                                 .empty = stage::Copy::copy};
+constexpr stage::Stage kY8Pseudo{
+    .name = "PIX_SPL_Y8_to_pseudo_colour", .target = PIX_RGB16, .same = stage::Copy::none, .empty = stage::Copy::copy};
 constexpr const char* kY8PseudoWorker = "PIX_SPL_Y8_to_pseudo_colour_1_strip";
 
 // Lines of `units` units, `in_unit` bytes in and `out_unit` bytes out, each
@@ -227,8 +233,7 @@ uint32_t accept_only(const Image& src, const char* function) {
 
 extern "C" {
 
-PIX_API uint32_t PIX_CALL PIX_SPL_2fields_to_frame(uint32_t first, uint32_t second, uint32_t frame,
-                                                   uint16_t command) {
+PIX_API uint32_t PIX_CALL PIX_SPL_2fields_to_frame(uint32_t first, uint32_t second, uint32_t frame, uint16_t command) {
   if (uint32_t r = check_reported(first, kTwoFields, "Corrupt image - parameter 1"); is_error(r)) return r;
   if (uint32_t r = check_reported(second, kTwoFields, kSecondCorrupt); is_error(r)) return r;
   const Image& a = *find_image(first);
@@ -237,9 +242,6 @@ PIX_API uint32_t PIX_CALL PIX_SPL_2fields_to_frame(uint32_t first, uint32_t seco
     const uint32_t r = PIX_image_copy_parameters(first, frame);
     return is_error(r) ? r : 0;
   }
-  // Nothing else would stop the worker reading the second field with the
-  // first field's sizes.
-  if (!same_layout(a, *find_image(second))) return report(kTwoFields, code::bad_image, kSecondCorrupt);
   const Image* f = find_image(frame);
   if (f == &a || f == find_image(second)) return report(kTwoFields, code::param_conflict, kSameImage);
   return frame_strips(
@@ -316,8 +318,9 @@ PIX_API uint32_t PIX_CALL PIX_SPL_XXXX32_to_Y8(uint32_t in, uint32_t out, uint32
       [=](const Image& s) -> uint32_t {
         if (!takes(kXxxx32Formats, s.format)) return stage::unsupported_format(kXxxx32.name);
         // A byte outside the pixel would be read from its neighbours, or
-        // from beyond the strip at either end.
-        if (byte_number < 1 || byte_number > 4) {
+        // from beyond the strip at either end (looked at only when a strip
+        // is to be read, so that a run can always be finished).
+        if (command == stage::kNext && (byte_number < 1 || byte_number > 4)) {
           return report(kXxxx32.name, code::unsupported, "Byte number must be 1 to 4");
         }
         return 0;
@@ -329,9 +332,7 @@ PIX_API uint32_t PIX_CALL PIX_SPL_YUV422_to_RGB_pseudo_colour(uint32_t in, uint3
   return stage::run(
       kYuvPseudo, field_state().yuv_pseudo, in, out, command,
       [](const Image& src) { return accept_only<PIX_YUV422>(src, kYuvPseudo.name); },
-      [=] {
-        return map_padded(in, out, kYuvPseudoWorker, 4, 6, find_image(in)->width / 2, k::yuv422_pseudo_row);
-      });
+      [=] { return map_padded(in, out, kYuvPseudoWorker, 4, 6, find_image(in)->width / 2, k::yuv422_pseudo_row); });
 }
 
 PIX_API uint32_t PIX_CALL PIX_SPL_HSI_to_RGB_pseudo_colour(uint32_t in, uint32_t out, uint16_t command) {

@@ -3,6 +3,8 @@
 // kernels over each strip.  The filter's output lags its input by one line
 // across strips: the last line of a strip waits for its lower neighbour in
 // the next, with the strip's last two lines carried over.
+#include "process/kernels/filters.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -12,7 +14,6 @@
 #include "core/lines.h"
 #include "core/stage.h"
 #include "core/status.h"
-#include "process/kernels/filters.h"
 
 using namespace pix;
 namespace k = pix::process::kernels;
@@ -54,10 +55,13 @@ FilterState& filter_state() noexcept {
 constexpr stage::Stage kFilter{.name = "PIX_IP_filter_3x3", .target = 0, .same = stage::Copy::none};
 constexpr const char* kFilterWorker = "PIX_IP_filter_3x3_1_strip";
 
-uint32_t accept_filter(const Image& src, const int16_t* kernel, k::Filter3x3& f) {
+// The kernel is looked at only when a strip is to be filtered, so that a
+// run can always be finished or set up without one.
+uint32_t accept_filter(const Image& src, const int16_t* kernel, uint16_t command, k::Filter3x3& f) {
   if (src.format != PIX_RGB24 && src.format != PIX_Y8) {
     return stage::unsupported_format(kFilter.name, "Supports RGB24 & Y8 only");
   }
+  if (command != stage::kNext) return 0;
   if (kernel == nullptr) return report(kFilter.name, code::bad_parameter, "Kernel pointer is NULL");
   f = k::make_filter_3x3(kernel);
   // The division by the coefficients' sum has nothing to divide by.
@@ -191,8 +195,7 @@ uint32_t threshold_1_strip(uint32_t in, uint32_t out, uint8_t upper, uint8_t low
   if (uint32_t r = stage::begin_worker(src, out, kThresholdWorker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   const uint64_t step = lines::odd_width(src, 1);
-  lines::map(lines::source(src, step), 1, lines::target(dst, lines::odd_width(dst, 1)), 1, step,
-             src.lines_this_strip,
+  lines::map(lines::source(src, step), 1, lines::target(dst, lines::odd_width(dst, 1)), 1, step, src.lines_this_strip,
              [=](const uint8_t* s, uint8_t* d, std::size_t n) { k::threshold_row(s, d, n, upper, lower); });
   return 0;
 }
@@ -205,7 +208,7 @@ PIX_API uint32_t PIX_CALL PIX_IP_filter_3x3(uint32_t in, uint32_t out, int16_t* 
   k::Filter3x3 f;
   stage::Progress& progress = filter_state().filter;
   return stage::run(
-      kFilter, progress, in, out, command, [&](const Image& src) { return accept_filter(src, kernel, f); },
+      kFilter, progress, in, out, command, [&](const Image& src) { return accept_filter(src, kernel, command, f); },
       [&] { return filter_1_strip(in, out, f, progress.lines_done); });
 }
 

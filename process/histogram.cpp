@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "core/image.h"
+#include "core/lifetime.h"
 #include "core/lines.h"
 #include "core/stage.h"
 #include "core/status.h"
@@ -17,9 +18,11 @@ namespace k = pix::process::kernels;
 
 namespace {
 
-// Library-wide: one run of each function at a time.
-struct HistogramState {
+// Library-wide: one run of each function at a time.  Destroying every image
+// ends the runs.
+struct HistogramState final : Releasable {
   stage::Progress generate, averages;
+  void release() noexcept override { generate = averages = {}; }
 };
 HistogramState& histogram_state() noexcept {
   static HistogramState state;
@@ -94,10 +97,9 @@ uint32_t scan_hsi(const Image& img, const char* worker, Row&& row) {
 }
 
 uint32_t generate_1_strip(const Image& img, tPIX_Histogram& h) {
-  if (uint32_t r = scan_hsi(img, kGenerateWorker,
-                            [&](const uint8_t* s, std::size_t n) {
-                              k::hsi_histogram_row(s, n, h.hue, h.saturation, h.intensity);
-                            });
+  if (uint32_t r = scan_hsi(
+          img, kGenerateWorker,
+          [&](const uint8_t* s, std::size_t n) { k::hsi_histogram_row(s, n, h.hue, h.saturation, h.intensity); });
       is_error(r)) {
     return r;
   }
@@ -116,7 +118,8 @@ uint32_t generate_1_strip(const Image& img, tPIX_Histogram& h) {
 // strip gets its true means; values wrap at 32 bits as the record's do.
 uint32_t averages_1_strip(const Image& img, tPIX_Average& a) {
   k::HsiSums sums;
-  if (uint32_t r = scan_hsi(img, kAveragesWorker, [&](const uint8_t* s, std::size_t n) { k::hsi_sums_row(s, n, sums); });
+  if (uint32_t r =
+          scan_hsi(img, kAveragesWorker, [&](const uint8_t* s, std::size_t n) { k::hsi_sums_row(s, n, sums); });
       is_error(r)) {
     return r;
   }

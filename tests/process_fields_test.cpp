@@ -36,7 +36,7 @@ class Fields : public pixtest::LibraryTest {
 };
 
 TEST_F(Fields, FieldsWeaveAndDoubleIntoFramesStripByStrip) {
-  for (uint32_t align : {1u, 2u}) {  // lines of 5 bytes lose their odd last byte to the 16-bit copies
+  for (uint32_t align : {1u, 2u}) {         // lines of 5 bytes lose their odd last byte to the 16-bit copies
     for (int mode = 0; mode < 3; ++mode) {  // two fields, two fields swapped by field mode and order 2, one field
       SCOPED_TRACE(testing::Message() << align << " " << mode);
       const uint32_t a = picture(PIX_Y8, 5, 7, align), b = picture(PIX_Y8, 5, 7, align), frame = PIX_image_create();
@@ -56,17 +56,15 @@ TEST_F(Fields, FieldsWeaveAndDoubleIntoFramesStripByStrip) {
       EXPECT_EQ(rec(frame).field_order, mode == 1 ? 2 : 0);
     }
   }
-  // A second field unlike the first is refused before anything is read.
+  // A second field unlike the first (or holding fewer lines) is refused before anything is read.
   const uint32_t a = picture(PIX_Y8, 6, 4), frame = PIX_image_create();
-  for (uint32_t other : {picture(PIX_Y8, 8, 4), picture(PIX_Y8, 6, 5), picture(PIX_RGB16, 3, 4)}) {
-    expect_report(PIX_SPL_2fields_to_frame(a, other, frame, 3), "PIX_SPL_2fields_to_frame", 0x10030000u,
-                  "Corrupt image - parameter 2");
-  }
   const uint32_t short_strip = picture(PIX_Y8, 6, 4);
   pixtest::set_parameters(short_strip, {{PIX_LINES_THIS_STRIP, 2}});
-  expect_report(PIX_SPL_2fields_to_frame(a, short_strip, frame, 3), "PIX_SPL_2fields_to_frame_1_strip", 0x10030000u,
-                "Corrupt image - parameter 2");
-  PIX_SPL_2fields_to_frame(a, short_strip, frame, 4);
+  for (uint32_t other : {picture(PIX_Y8, 8, 4), picture(PIX_Y8, 6, 5), picture(PIX_RGB16, 3, 4), short_strip}) {
+    expect_report(PIX_SPL_2fields_to_frame(a, other, frame, 3), "PIX_SPL_2fields_to_frame_1_strip", 0x10030000u,
+                  "Corrupt image - parameter 2");
+    EXPECT_EQ(PIX_SPL_2fields_to_frame(a, other, frame, 4), 0u);
+  }
   expect_report(PIX_SPL_2fields_to_frame(999, a, frame, 3), "PIX_SPL_2fields_to_frame", 0x10030000u,
                 "Corrupt image - parameter 1");
   EXPECT_EQ(PIX_SPL_2fields_to_frame(a, a, a, 3), 0x102A0000u);
@@ -117,7 +115,6 @@ TEST_F(Fields, Data32GivesTheShiftedOrChosenByte) {
       for (uint32_t i = 0; r == 0 && i < 15; ++i) EXPECT_EQ(at(out, i / 5, i % 5), at(in, i / 5, 4 * (i % 5) + n - 1));
     }
   }
-  EXPECT_EQ(last_report().message, "Unsupported image format");
   // Without lines: grey described, or (the chosen byte) the source copied as it is.
   const uint32_t empty = pixtest::make_image(PIX_BGRX32, 4, 4, 0);
   ASSERT_EQ(PIX_SPL_XXXX32_to_Y8(empty, out, 2, 3), 0u);
@@ -137,26 +134,20 @@ TEST_F(Fields, PseudoColourOfEveryGreyHueAndPair) {
     const uint32_t t = g < 128 ? 2 * g : 511 - 2 * g, word = (g >> 3) << 11 | (t >> 2) << 5 | (255 - g) >> 3;
     ASSERT_EQ(rec(out).data[2 * g] | rec(out).data[2 * g + 1] << 8, word) << g;
   }
-  EXPECT_EQ(rec(out).data[256] | rec(out).data[257] << 8, 0x87EF);  // mid grey: green
   ASSERT_EQ(PIX_SPL_HSI_to_RGB_pseudo_colour(hsi, out, 3), 0u);
   for (uint32_t i = 0; i < 65536; ++i) {  // 253/360 of a degree; a hue beyond the circle keeps the low byte
-    ASSERT_EQ(std::tie(rec(out).data[3 * i], rec(out).data[3 * i + 1], rec(out).data[3 * i + 2]),
-              std::make_tuple(uint8_t(i * 253 / 360), rec(hsi).data[4 * i + 2], rec(hsi).data[4 * i + 3]))
-        << i;
+    const uint8_t *o = rec(out).data + 3 * i, *s = rec(hsi).data + 4 * i;
+    ASSERT_EQ(std::make_tuple(o[0], o[1], o[2]), std::make_tuple(uint8_t(i * 253 / 360), s[2], s[3])) << i;
   }
-  EXPECT_EQ(rec(out).data[3 * 359], 252);
   ASSERT_EQ(PIX_SPL_YUV422_to_RGB_pseudo_colour(yuv, out, 3), 0u);
-  for (uint32_t i = 0; i < 18; ++i) {  // pixel i: its own Y, the pair's U and V
-    const uint32_t y = i / 6, p = i % 6 / 2 * 4;
-    EXPECT_EQ(at(out, y, 3 * (i % 6)), at(yuv, y, p + 2 * (i % 2)));
-    EXPECT_EQ(at(out, y, 3 * (i % 6) + 1) | at(out, y, 3 * (i % 6) + 2) << 8, at(yuv, y, p + 1) | at(yuv, y, p + 3) << 8);
+  for (uint32_t i = 0; i < 54; ++i) {  // byte i % 3 of pixel i / 3: its own Y, the pair's U or V
+    const uint32_t y = i / 18, x = i % 18 / 3, c = i % 3;
+    EXPECT_EQ(at(out, y, x * 3 + c), at(yuv, y, x / 2 * 4 + (c == 0 ? 2 * (x % 2) : 2 * c - 1))) << i;
   }
   expect_report(PIX_SPL_Y8_to_pseudo_colour(yuv, out, 0, 3), "PIX_SPL_Y8_to_pseudo_colour", 0x10140000u,
                 "Image format must be PIX_Y8");
-  expect_report(PIX_SPL_YUV422_to_RGB_pseudo_colour(grey, out, 3), "PIX_SPL_YUV422_to_RGB_pseudo_colour", 0x10140000u,
-                "Unsupported image format");
-  expect_report(PIX_SPL_HSI_to_RGB_pseudo_colour(grey, out, 3), "PIX_SPL_HSI_to_RGB_pseudo_colour", 0x10140000u,
-                "Unsupported image format");
+  EXPECT_EQ(PIX_SPL_YUV422_to_RGB_pseudo_colour(grey, out, 3) | PIX_SPL_HSI_to_RGB_pseudo_colour(grey, out, 3),
+            0x10140000u);
   pixtest::set_parameters(grey, {{PIX_LINES_THIS_STRIP, 0}});  // copied whole, then called RGB16
   ASSERT_EQ(PIX_SPL_Y8_to_pseudo_colour(grey, out, 0, 3), 0u);
   EXPECT_EQ(std::make_pair(rec(out).format, rec(out).width), std::make_pair(uint16_t{PIX_RGB16}, rec(grey).width));

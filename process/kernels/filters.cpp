@@ -4,8 +4,8 @@
 
 namespace pix::process::kernels {
 
-void filter_3x3_row(const uint8_t* above, const uint8_t* centre, const uint8_t* below, uint8_t* dst,
-                    std::size_t pixels, unsigned channels, const Filter3x3& f) {
+void filter_3x3_row(const uint8_t* above, const uint8_t* centre, const uint8_t* below, uint8_t* dst, std::size_t pixels,
+                    unsigned channels, const Filter3x3& f) {
   if (pixels == 0) return;
   const std::size_t bytes = pixels * channels;
   if (pixels <= 2) {
@@ -13,7 +13,8 @@ void filter_3x3_row(const uint8_t* above, const uint8_t* centre, const uint8_t* 
     return;
   }
   std::memcpy(dst, centre, channels);
-  for (std::size_t i = channels; i < bytes - channels; ++i) dst[i] = filter_3x3_sample(f, above, centre, below, i, channels);
+  for (std::size_t i = channels; i < bytes - channels; ++i)
+    dst[i] = filter_3x3_sample(f, above, centre, below, i, channels);
   std::memcpy(dst + bytes - channels, centre + bytes - channels, channels);
 }
 

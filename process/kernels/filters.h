@@ -43,8 +43,8 @@ constexpr uint8_t filter_3x3_sample(const Filter3x3& f, const uint8_t* a, const 
 // source lines above, at and below it: each byte filtered from the same byte
 // position of the nine neighbouring pixels, except the first and last pixel,
 // which are copied from the centre line.
-void filter_3x3_row(const uint8_t* above, const uint8_t* centre, const uint8_t* below, uint8_t* dst,
-                    std::size_t pixels, unsigned channels, const Filter3x3& f);
+void filter_3x3_row(const uint8_t* above, const uint8_t* centre, const uint8_t* below, uint8_t* dst, std::size_t pixels,
+                    unsigned channels, const Filter3x3& f);
 
 // ---------------------------------------------------------------------------
 // Threshold
