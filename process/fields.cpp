@@ -46,7 +46,7 @@ constexpr const char* kSameImage = "Input and output must be different images";
 // ---------------------------------------------------------------------------
 // Fields and frames
 
-// Lines `count` lines of `bytes` bytes from `from` to every other line of
+// Copies `count` lines of `bytes` bytes from `from` to every other line of
 // `to` (starting `first` lines in), each copied in 16-bit units.  Bytes
 // beyond either buffer are neither read nor written.
 void weave(const lines::In& from, const lines::Out& to, uint64_t bytes, uint32_t first, uint32_t count) {
@@ -167,9 +167,8 @@ constexpr stage::Stage kData32{.name = "PIX_SPL_Data32_to_Y8", .target = PIX_Y8,
 constexpr const char* kData32Worker = "PIX_SPL_Data32_to_Y8_1_strip";
 constexpr uint32_t kData32Formats = formats({PIX_RGBX32, PIX_BGRX32, PIX_XRGB32, PIX_XBGR32});
 
-// The description path is the caller's (a source without lines is copied
-// whole, keeping its format); the strip protocol starts with a source that
-// holds lines.
+// A source without lines never reaches the strip protocol: the export
+// copies it whole, keeping its format.
 constexpr stage::Stage kXxxx32{.name = "PIX_SPL_XXXX32_to_Y8", .target = PIX_Y8, .same = stage::Copy::none};
 constexpr const char* kXxxx32Worker = "PIX_SPL_XXXX32_to_Y8_1_strip";
 // Kept: the X-first RGB layout is not taken here, though its sibling takes it.
