@@ -1,4 +1,4 @@
-// Interlaced video and special conversions: two fields woven into a frame,
+// Interlaced video and its inspection views: two fields woven into a frame,
 // one field line-doubled, a frame of two stacked fields interlaced, one
 // 8-bit channel out of 32-bit pixels, and pseudo-colour views of YUV 4:2:2,
 // PIX_HSI and grey images.  Strip-wise outer functions on the shared strip

@@ -1,4 +1,4 @@
-// Row kernels of the field functions and the special conversions: line
+// Row kernels of the field functions and the inspection views: line
 // copies in 16-bit units, one 8-bit channel out of 32-bit pixels, and the
 // pseudo-colour views of YUV 4:2:2, PIX_HSI and grey.  No handles, no
 // errors, no globals; these scalar kernels are the reference for any vector
