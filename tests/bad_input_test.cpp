@@ -120,6 +120,32 @@ TEST_F(BadInput, GeometricOperationsCheckTheirInputFirst) {
   }
 }
 
+TEST_F(BadInput, FiltersFieldsAndMeasurementsCheckTheirImagesFirst) {
+  const uint32_t out = PIX_image_create(), good = pixtest::make_image(PIX_Y8, 4, 4, 4);
+  int16_t k[9] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
+  tPIX_Histogram hist{};
+  tPIX_Average avg{};
+  for (uint32_t h : kBadHandles) {
+    for (uint16_t c : {3, 4, 0}) {
+      if (h == out || h == good) continue;
+      EXPECT_EQ(PIX_IP_filter_3x3(h, out, k, c) | PIX_IP_threshold_grayscale(h, out, 1, 1, c) |
+                    PIX_IP_histogram_generate(h, &hist, c) | PIX_IP_generate_averages(h, &avg, c) |
+                    PIX_SPL_2fields_to_frame(h, good, out, c) | PIX_SPL_2fields_to_frame(good, h, out, c) |
+                    PIX_SPL_field_to_frame(h, out, c) | PIX_SPL_interlace_frame(h, out, c) |
+                    PIX_SPL_Data32_to_Y8(h, out, 8, c) | PIX_SPL_XXXX32_to_Y8(h, out, 1, c) |
+                    PIX_SPL_YUV422_to_RGB_pseudo_colour(h, out, c) | PIX_SPL_HSI_to_RGB_pseudo_colour(h, out, c) |
+                    PIX_SPL_Y8_to_pseudo_colour(h, out, 0, c),
+                0x10030000u)
+          << h;
+    }
+  }
+  uint32_t r = 0;  // null records are answered, never followed
+  EXPECT_EQ(PIX_IP_histogram_clear(nullptr) | PIX_IP_histogram_copy(nullptr, &hist) | PIX_IP_histogram_filter(nullptr, 900) |
+                PIX_IP_histogram_match(&hist, nullptr, 1, &r) | PIX_IP_histogram_match(&hist, &hist, 1, nullptr) |
+                PIX_IP_filter_3x3(good, out, nullptr, 3),
+            0x10280000u);
+}
+
 TEST_F(BadInput, PlainImagesAreNotJpegImages) {
   const uint32_t plain = pixtest::make_image(PIX_Y8, 4, 4, 4);
   EXPECT_EQ(PIX_JPEG_get_parameter(plain, PIX_JPEG_COMPONENTS), 0x10010000u);

@@ -1,0 +1,54 @@
+// Row kernels of the field functions and the inspection views: line
+// copies in 16-bit units, one 8-bit channel out of 32-bit pixels, and the
+// pseudo-colour views of YUV 4:2:2, PIX_HSI and grey.  No handles, no
+// errors, no globals; these scalar kernels are the reference for any vector
+// version.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace pix::process::kernels {
+
+// A line copied as bytes / 2 16-bit units: an odd last byte is not copied.
+void copy_halfwords_row(const uint8_t* src, uint8_t* dst, std::size_t bytes);
+
+// Each 32-bit little-endian pixel shifted right by `shift` (0..31), its low
+// 8 bits kept.
+void shift32_to_y8_row(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned shift);
+
+// Byte `byte` (0..3) of each 32-bit pixel.
+void byte_of_32_row(const uint8_t* src, uint8_t* dst, std::size_t pixels, unsigned byte);
+
+// Each pair Y0, U, Y1, V as the RGB24 pixels (Y0, U, V) and (Y1, U, V).
+void yuv422_pseudo_row(const uint8_t* src, uint8_t* dst, std::size_t pairs);
+
+// The red of a hue: hue * 0.7027777777777778 truncated (252 at 359); a hue
+// beyond the circle keeps the low 8 bits of its product.
+constexpr uint8_t hsi_pseudo_red(uint16_t hue) {
+  return static_cast<uint8_t>(static_cast<uint32_t>(hue * 0.7027777777777778));
+}
+// Each PIX_HSI pixel as RGB24: red from the hue, green the saturation, blue
+// the intensity.
+void hsi_pseudo_row(const uint8_t* src, uint8_t* dst, std::size_t pixels);
+
+// A grey value as a PIX_RGB16 word: red g & 0xF8 in bits 11-15, green the
+// triangle t & 0xFC in bits 5-10 (t = 2g below 128, 511 - 2g from 128 on),
+// blue (255 - g) >> 3 in bits 0-4.
+constexpr uint16_t y8_pseudo_word(uint8_t g) {
+  const unsigned t = g < 128 ? 2u * g : 511u - 2u * g;
+  return static_cast<uint16_t>((g & 0xF8u) << 8 | (t & 0xFCu) << 3 | (255u - g) >> 3);
+}
+struct Y8PseudoTable {
+  std::array<uint16_t, 256> word;
+};
+constexpr Y8PseudoTable make_y8_pseudo_table() {
+  Y8PseudoTable t{};
+  for (unsigned g = 0; g < 256; ++g) t.word[g] = y8_pseudo_word(static_cast<uint8_t>(g));
+  return t;
+}
+// Each grey byte as one little-endian PIX_RGB16 word.
+void y8_pseudo_row(const uint8_t* src, uint8_t* dst, std::size_t pixels);
+
+}  // namespace pix::process::kernels
