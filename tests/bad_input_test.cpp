@@ -146,6 +146,21 @@ TEST_F(BadInput, FiltersFieldsAndMeasurementsCheckTheirImagesFirst) {
             0x10280000u);
 }
 
+TEST_F(BadInput, ChromaKeyingChecksItsImagesAndObject) {
+  const uint32_t out = PIX_image_create(), in = pixtest::make_image(PIX_YUV422, 4, 2, 2), ck = PIX_CK_create();
+  ASSERT_EQ(PIX_image_malloc_a_strip(in), 0u);
+  for (uint32_t h : kBadHandles) {
+    if (h == out || h == in) continue;  // ck is 1 too
+    for (uint16_t c : {3, 4, 0}) {
+      EXPECT_EQ(PIX_CK_chroma_key(h, out, 0, 0, ck, 0, c) | PIX_CK_calibrate(h, ck, c), 0x10030000u) << h;
+    }
+    EXPECT_EQ(PIX_CK_chroma_key(in, out, h, 0, ck, 1, 3), h == 0 ? 0u : 0x10030000u) << h;  // 0: no background
+    EXPECT_EQ(PIX_CK_chroma_key(in, out, 0, 0, h, 1, 3), 0x10010000u) << h;                 // no object
+    PIX_CK_chroma_key(in, out, 0, 0, ck, 0, 4);
+  }
+  for (uint16_t c : {16, 0xFFFF}) EXPECT_EQ(PIX_CK_get_YUV_values(c) | PIX_CK_get_component(c, 0xFFFF), 0x10170000u);
+}
+
 TEST_F(BadInput, PlainImagesAreNotJpegImages) {
   const uint32_t plain = pixtest::make_image(PIX_Y8, 4, 4, 4);
   EXPECT_EQ(PIX_JPEG_get_parameter(plain, PIX_JPEG_COMPONENTS), 0x10010000u);

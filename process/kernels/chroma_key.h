@@ -1,0 +1,69 @@
+// Row kernels of chroma keying: YUV 4:2:2 pairs (Y0, U, Y1, V) whose hue and
+// left luma fall inside a key range are replaced by a background or a flat
+// key colour, with hard or softened edges.  No handles, no errors, no
+// globals; these scalar kernels are the reference for any vector version.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace pix::process::kernels {
+
+// The key range of a strip: a pair keys when y_lo < Y0 < y_hi and
+// hue_lo < hue < hue_hi, all strict.  The bounds are 16-bit signed values
+// already clamped (luma to 0..255, hue to 0..359), so a pair never needs
+// more than integer compares.
+struct KeyRange {
+  int16_t y_lo, y_hi, hue_lo, hue_hi;
+};
+
+// A flat key colour.
+struct KeyColour {
+  uint8_t y, u, v;
+};
+
+// What stays the same for a whole strip.
+struct KeySettings {
+  KeyRange range;
+  const uint16_t* hue;  // 65536 hues, indexed by U * 256 + V
+  KeyColour colour;     // used when no background is given
+};
+
+// Carried from one run of pairs to the next within a strip: whether the
+// pair before the run was keyed.
+struct KeyCarry {
+  bool previous_keyed = false;
+};
+
+// The keying decision for one pair.
+inline bool keys(const uint8_t* pair, const KeySettings& k) noexcept {
+  const int y = pair[0];
+  const int hue = k.hue[(pair[1] << 8) | pair[3]];
+  return k.range.y_lo < y && y < k.range.y_hi && k.range.hue_lo < hue && hue < k.range.hue_hi;
+}
+
+// Hard edges over `pairs` pairs: a kept pair is copied, a keyed one becomes
+// the background's four bytes at the same place or, when `background` is
+// null, (Yk, Uk, Yk, Vk).  `carry` ends holding the last pair's decision.
+void key_hard_row(const uint8_t* src, const uint8_t* background, uint8_t* dst, std::size_t pairs,
+                  const KeySettings& k, KeyCarry& carry);
+
+// Soft edges: as hard edges, and each border between kept and keyed pairs
+// is softened on its kept side with the truncated mean (a + b) >> 1 of the
+// kept pair's source bytes and the replacement at its place.  A keyed run
+// rewrites the kept pair just before it (with the flat colour, the U byte of
+// that pair is averaged with Vk); a kept pair after a keyed run is itself
+// averaged.  When `carry` says the pair before the run was kept and the
+// first pair keys, the four bytes before `src`, `background` and `dst` are
+// read and the four before `dst` rewritten: the caller passes a run that has
+// a pair before it whenever that can happen.
+void key_soft_row(const uint8_t* src, const uint8_t* background, uint8_t* dst, std::size_t pairs,
+                  const KeySettings& k, KeyCarry& carry);
+
+// Calibration sums over `pairs` consecutive pairs: hue / divisor added to
+// `hue_sum` and Y0 / divisor to `luma_sum`, pair by pair in order (the
+// order fixes the last bits of the sums).
+void add_hue_and_luma(const uint8_t* src, std::size_t pairs, const uint16_t* hue, double divisor, double& hue_sum,
+                      double& luma_sum);
+
+}  // namespace pix::process::kernels
