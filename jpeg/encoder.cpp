@@ -153,8 +153,8 @@ class StripCoder {
   StripCoder(EncoderState& st, const Geometry& g, Tjpeg& record)
       : st_(st), g_(g), record_(record), k_(kernels::block_kernels()) {
     const CodingTables& t = coding_tables();
-    dc_[kY] = t.dc_luma_diff.data(), dc_[kU] = dc_[kV] = t.dc_chroma_diff.data();
-    ac_[kY] = t.ac_luma.data(), ac_[kU] = ac_[kV] = t.ac_chroma.data();
+    dc_[kY] = t.dc_luma_put.data(), dc_[kU] = dc_[kV] = t.dc_chroma_put.data();
+    ac_[kY] = t.ac_luma_put.data(), ac_[kU] = ac_[kV] = t.ac_chroma_put.data();
     out_ = record.data;
     limit_ = limit();
     row_bytes_ = std::size_t{g.padded / 8} * (g.grey ? 1 : 2) * kernels::kMaxBlockBytes + 64;
@@ -234,8 +234,8 @@ class StripCoder {
   const Geometry& g_;
   Tjpeg& record_;
   const kernels::BlockKernels& k_;
-  const DcPattern* dc_[3];
-  const SymbolCode* ac_[3];
+  const SymbolPut* dc_[3];
+  const SymbolPut* ac_[3];
   uint8_t* out_;
   uint8_t* limit_;
   std::size_t row_bytes_;
