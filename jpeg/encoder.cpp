@@ -202,13 +202,12 @@ class StripCoder {
 
  private:
   // A quantised block in zig-zag order; `nonzero` its mask of non-zero
-  // values (bit 0 for the DC itself), which the Huffman coder does not take
-  // yet.
-  void code_block(int16_t* zz, [[maybe_unused]] uint64_t nonzero, Component c) {
+  // values as the quantiser found them (the coder reads the AC bits only).
+  void code_block(int16_t* zz, uint64_t nonzero, Component c) {
     const int32_t dc = zz[0];
     zz[0] = static_cast<int16_t>(dc - st_.predictor[c]);
     st_.predictor[c] = dc;
-    out_ = kernels::encode_block(st_.writer, out_, zz, dc_[c], ac_[c]);
+    out_ = kernels::encode_block(st_.writer, out_, zz, nonzero, dc_[c], ac_[c]);
   }
 
   // The end of a buffer this library allocated; null for a caller's own,
