@@ -10,6 +10,8 @@
 #include "decoder.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
 #include <vector>
 
@@ -27,7 +29,28 @@ namespace pix::jpeg {
 
 void DecoderState::drop_coefficients() noexcept {
   coefficients.reset();
-  capacity = decoded = 0;
+  capacity = decoded = cursor_block = cursor_at = 0;
+}
+
+uint64_t DecoderState::expand(uint64_t b, int16_t* out) noexcept {
+  std::memset(out, 0, 64 * sizeof(int16_t));
+  if (b >= decoded) return 0;
+  const uint64_t* maps = nonzero();
+  if (b != cursor_block) {
+    cursor_at = 0;
+    for (uint64_t i = 0; i < b; ++i) cursor_at += 1 + static_cast<uint64_t>(std::popcount(maps[i]));
+  }
+  const int16_t* term = coefficients.get() + cursor_at;
+  uint64_t map = maps[b], natural = 0;
+  cursor_block = b + 1;
+  cursor_at += 1 + static_cast<uint64_t>(std::popcount(map));
+  out[0] = *term++;
+  for (; map != 0; map &= map - 1) {
+    const unsigned n = kZigZag[static_cast<unsigned>(std::countr_zero(map))];
+    out[n] = *term++;
+    natural |= uint64_t{1} << n;
+  }
+  return natural;
 }
 
 void DecoderState::release() noexcept {
@@ -182,12 +205,13 @@ class StripDecoder {
   }
 
  private:
-  // The next block of the store; blocks the Huffman pass did not reach are zeros.
+  // The next block of the store, expanded; blocks the Huffman pass did not
+  // reach are zeros.  The block stays put until five more have been taken
+  // (an MCU's blocks may be held together).
   const int16_t* next(uint64_t& nonzero) {
-    static const int16_t kZeros[64] = {};
-    const uint64_t b = st_.next_block++;
-    nonzero = b < st_.decoded ? st_.nonzero()[b] : 0;
-    return b < st_.decoded ? st_.coefficients.get() + b * 64 : kZeros;
+    int16_t* c = terms_[turn_++ % terms_.size()].data();
+    nonzero = st_.expand(st_.next_block++, c);
+    return c;
   }
 
   // The component's predictor plus the block's difference, 32-bit wrapping.
@@ -229,6 +253,8 @@ class StripDecoder {
   uint64_t columns_;
   uint64_t row_bytes_;
   std::vector<uint8_t> spare_;
+  alignas(64) std::array<std::array<int16_t, 64>, 6> terms_{};
+  unsigned turn_ = 0;
 };
 
 // The Huffman stage: the whole image at the first strip into the store.
@@ -246,6 +272,7 @@ uint32_t huffman_stage(DecoderState& st, Tjpeg& record, const Image& w, Layout l
     if (st.coefficients == nullptr) return report("PIX_image_malloc_a_strip", with_detail(code::out_of_memory, whole));
     st.capacity = blocks;
   }
+  st.cursor_block = st.cursor_at = 0;
   record.position = record.data;
   uint64_t length = record.length;
   if (const std::size_t capacity = capacity_of(record); capacity != 0) length = std::min<uint64_t>(length, capacity);

@@ -10,12 +10,24 @@
 // Where the original would read bits it never loaded (a value longer than
 // what is left), the same 32-bit window and the same wrapped shift give the
 // same value.
+//
+// Most blocks take a fast path instead.  Away from the end of the data and
+// from any EOI, loading has no effect but on the index, and the index after
+// a peek is the lowest value at or above the peek's mark with the same
+// remainder mod 8 as before (the refills add 8 or 16 until it gets there),
+// so after a 16-bit peek it is 31 - (position mod 8) whatever came before.
+// The fast path therefore needs only the position; a block it cannot finish
+// exactly (a code without an entry, a value longer than the buffer holds,
+// the end or an EOI within reach, more than 63 terms) is read again from its
+// start by the byte-at-a-time rules.
 #include "huffman.h"
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
-#include <optional>
 #include <new>
+#include <optional>
 #include <vector>
 
 #include "core/status.h"
@@ -56,6 +68,65 @@ inline uint64_t big_endian(uint64_t w) {
 
 constexpr uint64_t kNone = ~uint64_t{0};
 constexpr std::size_t kTail = 8;  // 0xFF bytes after the copy, so whole words can be loaded at its end
+
+inline uint64_t load_word(const uint8_t* p) {
+  uint64_t w;
+  std::memcpy(&w, p, 8);
+  return big_endian(w);
+}
+
+// The value of category c (1..15) in the top c bits of `w`.
+inline int16_t value_of(uint64_t w, unsigned c) {
+  const auto v = static_cast<int32_t>(w >> (64 - c));
+  return static_cast<int16_t>(v >> (c - 1) != 0 ? v : v - (1 << c) + 1);
+}
+
+// The AC codes the fast path resolves from the next kFastBits bits alone:
+// a coefficient whose code and value both fit, as value << 16 | (run + 1)
+// << 5 | bits taken; an end of block, as kEndOfBlock | code length; 0 for
+// anything else, which the 16-bit lookahead decides.  An entry is made only
+// where every 16-bit continuation of its bits finds the same code there (a
+// code left over from an earlier image's table may overlap a shorter one).
+constexpr unsigned kFastBits = 10;
+constexpr uint32_t kEndOfBlock = 1u << 10;
+using FastTable = std::array<uint32_t, 1u << kFastBits>;
+
+void make_fast(const std::vector<Lookahead>& ahead, FastTable& out) {
+  constexpr unsigned spread = 1u << (kAcBits - kFastBits);
+  for (uint32_t p = 0; p < out.size(); ++p) {
+    const Lookahead* from = ahead.data() + p * spread;
+    const Lookahead e = from[0];
+    bool same = e.category <= 10 && e.length <= kFastBits;
+    for (unsigned i = 1; same && i < spread; ++i)
+      same = from[i].run == e.run && from[i].category == e.category && from[i].length == e.length;
+    uint32_t f = 0;
+    if (same && e.category == 0) {
+      if (e.run == 0) f = kEndOfBlock | e.length;
+    } else if (same && e.length + e.category <= kFastBits) {
+      const unsigned taken = e.length + e.category;
+      const int16_t v = value_of(uint64_t{p} << (64 - kFastBits) << e.length, e.category);
+      f = uint32_t{static_cast<uint16_t>(v)} << 16 | (e.run + 1u) << 5 | taken;
+    }
+    out[p] = f;
+  }
+}
+
+// The fast tables of the current AC lookahead tables, made again only when
+// the codes those were made from change.
+const FastTable& fast_table(int chroma, const CodingTables& t) {
+  struct Cached {
+    FastTable table{};
+    CodingTables::Codes<256> from;
+  };
+  static std::array<Cached, 2> cache;
+  const CodingTables::Codes<256>& from = chroma ? t.ac_chroma_ahead_from : t.ac_luma_ahead_from;
+  Cached& c = cache[chroma];
+  if (!from || c.from != from) {
+    make_fast(chroma ? t.ac_chroma_ahead : t.ac_luma_ahead, c.table);
+    c.from = from;
+  }
+  return c.table;
+}
 
 class BitReader {
  public:
@@ -131,6 +202,90 @@ class BitReader {
     index_ -= static_cast<int32_t>(c);
     const auto s = static_cast<int32_t>(v);
     return (v >> (c - 1)) & 1 ? s : s - (1 << c) + 1;
+  }
+
+  // One block by the fast path into `out` (DC difference, then the AC
+  // terms that are not zero) and `map`; false, with nothing of the reader
+  // changed, where the block must be read by the rules above.
+  template <bool kChroma>
+  bool fast_block(const Lookahead* dc_ahead, const uint32_t* fast, const Lookahead* ac, int16_t* out, int16_t*& end,
+                  uint64_t& map) {
+    // Every byte the block's symbols may load stays before the next EOI and
+    // the end of the data: a symbol starting before `stop` loads at most
+    // five bytes past its first one.
+    const uint64_t limit = std::min(next_eoi_, size_);
+    if (limit < 5) return false;
+    const uint64_t stop = (limit - 4) * 8;
+    int64_t index = index_;
+    const int64_t start = static_cast<int64_t>(loaded_ * 8) - index - 1;
+    if (index < -8 || index > 31 || start < 0 || static_cast<uint64_t>(start) >= stop) return false;
+    const uint8_t* bytes = bytes_.data();
+    uint64_t pos = static_cast<uint64_t>(start);
+
+    // DC: the peek's refills, then the value's (one more byte when the index
+    // left equals the category; it is 7 or more, so never two).
+    constexpr int64_t mark = kChroma ? 19 : 16;
+    if (index < mark) index = mark + ((index - mark) & 7);
+    uint64_t w = load_word(bytes + (pos >> 3)) << (pos & 7);
+    const Lookahead dc = dc_ahead[w >> (64 - (kChroma ? kDcChromaBits : kDcLumaBits))];
+    const int64_t c = dc.category;
+    if (c > 11) return false;
+    int64_t left = index - dc.length;
+    if (left == c) left += 8;
+    if (c != 0 && left < c - 1) return false;
+    out[0] = c == 0 ? int16_t{0} : value_of(w << dc.length, static_cast<unsigned>(c));
+    pos += dc.length + static_cast<uint64_t>(c);
+
+    // AC: after each peek of 16 the index is 31 - (position mod 8); a value
+    // reads past the buffer when position mod 8 + length + category > 32.
+    int16_t* o = out + 1;
+    uint64_t z = 0, p;
+    unsigned k = 0;
+    for (;;) {
+      p = pos;
+      if (p >= stop) return false;
+      w = load_word(bytes + (p >> 3)) << (p & 7);
+      const uint32_t e = fast[w >> (64 - kFastBits)];
+      if ((e & (31u << 5)) != 0) {  // a coefficient
+        pos = p + (e & 31);
+        k += e >> 5 & 31;
+        if (k > 63) return false;
+        *o++ = static_cast<int16_t>(e >> 16);
+        z |= uint64_t{1} << k;
+        if (k == 63) break;
+        continue;
+      }
+      if (e != 0) {  // end of block
+        pos = p + (e & 31);
+        break;
+      }
+      const Lookahead a = ac[w >> 48];
+      if (a.category > 10) return false;  // no code, or a category to report
+      const unsigned length = a.length, category = a.category;
+      if ((p & 7) + length + category > 32) return false;
+      pos = p + length + category;
+      if (category == 0) {
+        if (a.run == 0) break;
+        k += 16;
+      } else {
+        k += a.run + 1u;
+        if (k <= 63) {
+          *o++ = value_of(w << length, category);
+          z |= uint64_t{1} << k;
+        }
+      }
+      if (k >= 63) {
+        if (k != 63) return false;
+        break;
+      }
+    }
+    // The last symbol's peek left four bytes loaded from its first one; its
+    // value loaded one more when the index left equalled its category.
+    loaded_ = (p >> 3) + 4 + ((p & 7) + (pos - p) == 31 ? 1 : 0);
+    index_ = static_cast<int32_t>(static_cast<int64_t>(loaded_ * 8) - static_cast<int64_t>(pos) - 1);
+    end = o;
+    map = z;
+    return true;
   }
 
   // The 32-bit buffer as the original holds it now.
@@ -228,19 +383,7 @@ uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_
   const Messages* m = messages(job.layout);
   const Lookahead* dc_ahead[2] = {t.dc_luma_ahead.data(), t.dc_chroma_ahead.data()};
   const Lookahead* ac_ahead[2] = {t.ac_luma_ahead.data(), t.ac_chroma_ahead.data()};
-  // The codes of up to 10 bits, found from the first 10 bits alone: run,
-  // category and length packed in 16 bits, 0 where the code is longer or
-  // none matches (the full table then decides).  Made from the lookahead
-  // tables, so it says nothing they do not.
-  uint16_t first[2][1 << 10];
-  for (int table = 0; table < (job.layout == Layout::grey ? 1 : 2); ++table) {
-    for (uint32_t p = 0; p < (1u << 10); ++p) {
-      const Lookahead e = ac_ahead[table][p << 6];
-      first[table][p] = e.category != kNoCode && e.length <= 10
-                            ? static_cast<uint16_t>(e.length << 8 | e.run << 4 | e.category)
-                            : uint16_t{0};
-    }
-  }
+  const uint32_t* fast[2] = {fast_table(0, t).data(), job.layout == Layout::grey ? nullptr : fast_table(1, t).data()};
 
   std::optional<BitReader> reader;  // made here so that running out of memory is reported, not thrown
   try {
@@ -255,27 +398,27 @@ uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_
   };
   if (!in.start()) return done(report(kHuffman, code::bad_state, "Buffer failed to fill at start"));
 
-  int16_t* block = job.out;
+  int16_t* out = job.out;
   uint64_t* nonzero = job.nonzero;
   for (uint64_t row = 0; row < job.mcu_rows; ++row) {
     for (uint64_t col = 0; col < job.mcu_columns; ++col) {
-      for (uint32_t b = 0; b < s.blocks; ++b, block += 64, ++nonzero) {
+      for (uint32_t b = 0; b < s.blocks; ++b, ++nonzero) {
         const int chroma = s.component[b] != 0 ? 1 : 0;
-        std::memset(block, 0, 64 * sizeof(int16_t));
+        if (!job.exact_only && (chroma ? in.fast_block<true>(dc_ahead[1], fast[1], ac_ahead[1], out, out, *nonzero)
+                                       : in.fast_block<false>(dc_ahead[0], fast[0], ac_ahead[0], out, out, *nonzero))) {
+          ++decoded;
+          continue;
+        }
         const Lookahead dc = dc_ahead[chroma][chroma ? in.peek11() : in.peek9()];
         if (dc.category == kNoCode) return done(report(kHuffman, code::bad_state, m[b].dc));
         if (dc.category > 11) report("read_dc_value", code::bad_state, "invalid DC category");
-        block[0] = static_cast<int16_t>(in.value(dc.length, dc.category));
+        out[0] = static_cast<int16_t>(in.value(dc.length, dc.category));
         const Lookahead* ac = ac_ahead[chroma];
-        const uint16_t* fast = first[chroma];
-        uint64_t mask = 0;
+        int16_t* term = out + 1;
+        uint64_t map = 0;
         unsigned k = 0;
         do {
-          const uint32_t bits = in.peek16();
-          const uint16_t f = fast[bits >> 6];
-          const Lookahead e = f != 0 ? Lookahead{static_cast<uint8_t>(f >> 4 & 15), static_cast<uint8_t>(f & 15),
-                                                 static_cast<uint16_t>(f >> 8)}
-                                     : ac[bits];
+          const Lookahead e = ac[in.peek16()];
           if (e.category == kNoCode) return done(report(kHuffman, code::bad_state, m[b].ac));
           if (e.category > 10) report("read_ac_value", code::bad_state, "invalid AC category");
           const int32_t v = in.value(e.length, e.category);
@@ -284,13 +427,14 @@ uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_
           } else {
             k += e.run + 1u;
             if (k <= 63) {
-              block[kZigZag[k]] = static_cast<int16_t>(v);
-              mask |= uint64_t{1} << kZigZag[k];
+              *term++ = static_cast<int16_t>(v);
+              map |= uint64_t{1} << k;
             }
           }
         } while (k < 63);
         if (k != 63) return done(report(kHuffman, code::bad_state, m[b].overrun));
-        *nonzero = mask;
+        *nonzero = map;
+        out = term;
         ++decoded;
       }
     }
