@@ -222,17 +222,16 @@ class BitReader {
     const uint8_t* bytes = bytes_.data();
     uint64_t pos = static_cast<uint64_t>(start);
 
-    // DC: the peek's refills, then the value's (one more byte when the index
-    // left equals the category; it is 7 or more, so never two).
+    // DC: the peek's refills.  The value's refill, when the index left
+    // equals the category, changes nothing here: the value's bits are where
+    // they are, and the next peek brings the index to the same place.
     constexpr int64_t mark = kChroma ? 19 : 16;
     if (index < mark) index = mark + ((index - mark) & 7);
     uint64_t w = load_word(bytes + (pos >> 3)) << (pos & 7);
     const Lookahead dc = dc_ahead[w >> (64 - (kChroma ? kDcChromaBits : kDcLumaBits))];
     const int64_t c = dc.category;
     if (c > 11) return false;
-    int64_t left = index - dc.length;
-    if (left == c) left += 8;
-    if (c != 0 && left < c - 1) return false;
+    if (c != 0 && index - dc.length < c - 1) return false;
     out[0] = c == 0 ? int16_t{0} : value_of(w << dc.length, static_cast<unsigned>(c));
     pos += dc.length + static_cast<uint64_t>(c);
 
