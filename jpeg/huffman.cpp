@@ -67,7 +67,7 @@ inline uint64_t big_endian(uint64_t w) {
 }
 
 constexpr uint64_t kNone = ~uint64_t{0};
-constexpr std::size_t kTail = 8;  // 0xFF bytes after the copy, so whole words can be loaded at its end
+constexpr std::size_t kTail = 16;  // 0xFF bytes after the copy, so whole words can be loaded near its end
 
 inline uint64_t load_word(const uint8_t* p) {
   uint64_t w;
@@ -83,12 +83,14 @@ inline int16_t value_of(uint64_t w, unsigned c) {
 
 // The AC codes the fast path resolves from the next kFastBits bits alone:
 // a coefficient whose code and value both fit, as value << 16 | (run + 1)
-// << 5 | bits taken; an end of block, as kEndOfBlock | code length; 0 for
-// anything else, which the 16-bit lookahead decides.  An entry is made only
+// << 6 | bits taken; an end of block, as kEndOfBlock << 6 | code length (a
+// step past any count of terms); 0 for anything else, which the 16-bit
+// lookahead decides.  An entry is made only
 // where every 16-bit continuation of its bits finds the same code there (a
 // code left over from an earlier image's table may overlap a shorter one).
 constexpr unsigned kFastBits = 10;
-constexpr uint32_t kEndOfBlock = 1u << 10;
+constexpr uint32_t kSteps = 255u << 6;
+constexpr uint32_t kEndOfBlock = 128;
 using FastTable = std::array<uint32_t, 1u << kFastBits>;
 
 void make_fast(const std::vector<Lookahead>& ahead, FastTable& out) {
@@ -101,15 +103,22 @@ void make_fast(const std::vector<Lookahead>& ahead, FastTable& out) {
       same = from[i].run == e.run && from[i].category == e.category && from[i].length == e.length;
     uint32_t f = 0;
     if (same && e.category == 0) {
-      if (e.run == 0) f = kEndOfBlock | e.length;
+      if (e.run == 0) f = kEndOfBlock << 6 | e.length;
     } else if (same && e.length + e.category <= kFastBits) {
       const unsigned taken = e.length + e.category;
       const int16_t v = value_of(uint64_t{p} << (64 - kFastBits) << e.length, e.category);
-      f = uint32_t{static_cast<uint16_t>(v)} << 16 | (e.run + 1u) << 5 | taken;
+      f = uint32_t{static_cast<uint16_t>(v)} << 16 | (e.run + 1u) << 6 | taken;
     }
     out[p] = f;
   }
 }
+
+// What the fast path reads a component's blocks with.
+struct FastTables {
+  const Lookahead* dc;
+  const uint32_t* fast;
+  const Lookahead* ac;
+};
 
 // The fast tables of the current AC lookahead tables, made again only when
 // the codes those were made from change.
@@ -204,87 +213,125 @@ class BitReader {
     return (v >> (c - 1)) & 1 ? s : s - (1 << c) + 1;
   }
 
-  // One block by the fast path into `out` (DC difference, then the AC
-  // terms that are not zero) and `map`; false, with nothing of the reader
-  // changed, where the block must be read by the rules above.
-  template <bool kChroma>
-  bool fast_block(const Lookahead* dc_ahead, const uint32_t* fast, const Lookahead* ac, int16_t* out, int16_t*& end,
-                  uint64_t& map) {
-    // Every byte the block's symbols may load stays before the next EOI and
-    // the end of the data: a symbol starting before `stop` loads at most
-    // five bytes past its first one.
+  // Blocks by the fast path, from place `place` of the MCU on, at most
+  // `count` of them: each into `out` (DC difference, then the AC terms that
+  // are not zero) and its map into `maps`.  Stops before a block that must
+  // be read by the rules above, the reader left as after the last one read;
+  // returns how many were.
+  [[gnu::noinline]] uint64_t fast_run(const FastTables (&tables)[2], const uint8_t* component, uint32_t per_mcu,
+                                      uint32_t place, uint64_t count, int16_t*& out, uint64_t* maps) {
+    // Every byte a symbol may load stays before the next EOI and the end of
+    // the data: a symbol starting before `limit` - 4 bytes loads at most five
+    // bytes past its first one.  A block takes at most 64 AC symbols of 32
+    // bits and a DC one of 22, so a block starts only before `stop`.
+    constexpr uint64_t kBlockBits = 64 * 32 + 22;
     const uint64_t limit = std::min(next_eoi_, size_);
-    if (limit < 5) return false;
-    const uint64_t stop = (limit - 4) * 8;
+    if (limit * 8 < kBlockBits + 4 * 8) return 0;
+    const uint64_t stop = limit * 8 - 4 * 8 - kBlockBits;
     int64_t index = index_;
     const int64_t start = static_cast<int64_t>(loaded_ * 8) - index - 1;
-    if (index < -8 || index > 31 || start < 0 || static_cast<uint64_t>(start) >= stop) return false;
+    if (index < -8 || index > 31 || start < 0 || static_cast<uint64_t>(start) >= stop) return 0;
+    // The bits from the position on, left-aligned in `w`: `n` of them, up to
+    // the start of byte `next`; the bits after those are zeros or the
+    // data's.  Refilled before each symbol to 56 or more (reading at most
+    // 15 bytes past the position: the copy's tail has room for them).
     const uint8_t* bytes = bytes_.data();
-    uint64_t pos = static_cast<uint64_t>(start);
+    const uint8_t* next = bytes + (start >> 3) + 7;
+    uint64_t w = load_word(bytes + (start >> 3)) << (start & 7);
+    unsigned n = 56 - static_cast<unsigned>(start & 7);
+    const auto refill = [&] {
+      w |= load_word(next) >> n;
+      next += (63 - n) >> 3;
+      n |= 56;
+    };
+    const auto position = [&] { return static_cast<uint64_t>(next - bytes) * 8 - n; };
+    uint64_t done = 0;
+    int16_t* o = out;
+    for (; done < count; ++done) {
+      const bool chroma = component[place] != 0;
+      const FastTables& t = tables[chroma ? 1 : 0];
+      if (++place == per_mcu) place = 0;
+      if (position() >= stop) break;
+      refill();
+      // DC: the peek's refills.  The value's refill, when the index left
+      // equals the category, changes nothing here: the value's bits are
+      // where they are, and the next peek brings the index to the same place.
+      const int64_t mark = chroma ? 19 : 16;
+      if (index < mark) index = mark + ((index - mark) & 7);
+      const Lookahead dc = t.dc[w >> (chroma ? 64 - kDcChromaBits : 64 - kDcLumaBits)];
+      const int64_t c = dc.category;
+      if (c > 11 || (c != 0 && index - dc.length < c - 1)) break;
+      o[0] = c == 0 ? int16_t{0} : value_of(w << dc.length, static_cast<unsigned>(c));
+      w <<= dc.length + c;
+      n -= dc.length + static_cast<unsigned>(c);
 
-    // DC: the peek's refills.  The value's refill, when the index left
-    // equals the category, changes nothing here: the value's bits are where
-    // they are, and the next peek brings the index to the same place.
-    constexpr int64_t mark = kChroma ? 19 : 16;
-    if (index < mark) index = mark + ((index - mark) & 7);
-    uint64_t w = load_word(bytes + (pos >> 3)) << (pos & 7);
-    const Lookahead dc = dc_ahead[w >> (64 - (kChroma ? kDcChromaBits : kDcLumaBits))];
-    const int64_t c = dc.category;
-    if (c > 11) return false;
-    if (c != 0 && index - dc.length < c - 1) return false;
-    out[0] = c == 0 ? int16_t{0} : value_of(w << dc.length, static_cast<unsigned>(c));
-    pos += dc.length + static_cast<uint64_t>(c);
-
-    // AC: after each peek of 16 the index is 31 - (position mod 8); a value
-    // reads past the buffer when position mod 8 + length + category > 32.
-    int16_t* o = out + 1;
-    uint64_t z = 0, p;
-    unsigned k = 0;
-    for (;;) {
-      p = pos;
-      if (p >= stop) return false;
-      w = load_word(bytes + (p >> 3)) << (p & 7);
-      const uint32_t e = fast[w >> (64 - kFastBits)];
-      if ((e & (31u << 5)) != 0) {  // a coefficient
-        pos = p + (e & 31);
-        k += e >> 5 & 31;
-        if (k > 63) return false;
-        *o++ = static_cast<int16_t>(e >> 16);
-        z |= uint64_t{1} << k;
-        if (k == 63) break;
-        continue;
-      }
-      if (e != 0) {  // end of block
-        pos = p + (e & 31);
-        break;
-      }
-      const Lookahead a = ac[w >> 48];
-      if (a.category > 10) return false;  // no code, or a category to report
-      const unsigned length = a.length, category = a.category;
-      if ((p & 7) + length + category > 32) return false;
-      pos = p + length + category;
-      if (category == 0) {
-        if (a.run == 0) break;
-        k += 16;
-      } else {
-        k += a.run + 1u;
-        if (k <= 63) {
-          *o++ = value_of(w << length, category);
+      // AC: after each peek of 16 the index is 31 - (position mod 8); a
+      // value reads past the buffer when position mod 8 + length + category
+      // is over 32.  The lookups need at most 16 bits: 24 or more are left
+      // after any symbol, so each is made before the refill is merged in.
+      int16_t* term = o + 1;
+      uint64_t z = 0;
+      unsigned k = 0, taken;
+      bool whole = false;
+      for (;;) {
+        const uint32_t e = t.fast[w >> (64 - kFastBits)];
+        refill();
+        if ((e & kSteps) != 0) {  // a coefficient, or the end of the block
+          taken = e & 31;
+          w <<= taken;
+          n -= taken;
+          k += e >> 6 & 255;
+          if (k >= 63) {
+            whole = k == 63 || k >= kEndOfBlock;
+            if (k == 63) {
+              *term++ = static_cast<int16_t>(e >> 16);
+              z |= uint64_t{1} << 63;
+            }
+            break;
+          }
+          *term++ = static_cast<int16_t>(e >> 16);
           z |= uint64_t{1} << k;
+          continue;
+        }
+        const Lookahead a = t.ac[w >> 48];
+        if (a.category > 10) break;  // no code, or a category to report
+        const unsigned length = a.length, category = a.category;
+        taken = length + category;
+        if ((position() & 7) + taken > 32) break;
+        const int16_t v = category == 0 ? int16_t{0} : value_of(w << length, category);
+        w <<= taken;
+        n -= taken;
+        if (category == 0) {
+          if (a.run == 0) {
+            whole = true;
+            break;
+          }
+          k += 16;
+        } else {
+          k += a.run + 1u;
+          if (k <= 63) {
+            *term++ = v;
+            z |= uint64_t{1} << k;
+          }
+        }
+        if (k >= 63) {
+          whole = k == 63;
+          break;
         }
       }
-      if (k >= 63) {
-        if (k != 63) return false;
-        break;
-      }
+      if (!whole) break;
+      // The last symbol's peek left four bytes loaded from its first one;
+      // its value loaded one more when the index left equalled its category.
+      const uint64_t pos = position(), last = pos - taken;
+      const uint64_t loaded = (last >> 3) + 4 + ((last & 7) + taken == 31 ? 1 : 0);
+      index = static_cast<int64_t>(loaded * 8) - static_cast<int64_t>(pos) - 1;
+      loaded_ = loaded;
+      index_ = static_cast<int32_t>(index);
+      maps[done] = z;
+      o = term;
     }
-    // The last symbol's peek left four bytes loaded from its first one; its
-    // value loaded one more when the index left equalled its category.
-    loaded_ = (p >> 3) + 4 + ((p & 7) + (pos - p) == 31 ? 1 : 0);
-    index_ = static_cast<int32_t>(static_cast<int64_t>(loaded_ * 8) - static_cast<int64_t>(pos) - 1);
-    end = o;
-    map = z;
-    return true;
+    out = o;
+    return done;
   }
 
   // The 32-bit buffer as the original holds it now.
@@ -398,45 +445,45 @@ uint32_t decode_huffman(const HuffmanJob& job, uint64_t& decoded, uint32_t& bit_
   if (!in.start()) return done(report(kHuffman, code::bad_state, "Buffer failed to fill at start"));
 
   int16_t* out = job.out;
-  uint64_t* nonzero = job.nonzero;
-  for (uint64_t row = 0; row < job.mcu_rows; ++row) {
-    for (uint64_t col = 0; col < job.mcu_columns; ++col) {
-      for (uint32_t b = 0; b < s.blocks; ++b, ++nonzero) {
-        const int chroma = s.component[b] != 0 ? 1 : 0;
-        if (!job.exact_only && (chroma ? in.fast_block<true>(dc_ahead[1], fast[1], ac_ahead[1], out, out, *nonzero)
-                                       : in.fast_block<false>(dc_ahead[0], fast[0], ac_ahead[0], out, out, *nonzero))) {
-          ++decoded;
-          continue;
-        }
-        const Lookahead dc = dc_ahead[chroma][chroma ? in.peek11() : in.peek9()];
-        if (dc.category == kNoCode) return done(report(kHuffman, code::bad_state, m[b].dc));
-        if (dc.category > 11) report("read_dc_value", code::bad_state, "invalid DC category");
-        out[0] = static_cast<int16_t>(in.value(dc.length, dc.category));
-        const Lookahead* ac = ac_ahead[chroma];
-        int16_t* term = out + 1;
-        uint64_t map = 0;
-        unsigned k = 0;
-        do {
-          const Lookahead e = ac[in.peek16()];
-          if (e.category == kNoCode) return done(report(kHuffman, code::bad_state, m[b].ac));
-          if (e.category > 10) report("read_ac_value", code::bad_state, "invalid AC category");
-          const int32_t v = in.value(e.length, e.category);
-          if (e.category == 0) {
-            k = e.run == 0 ? 63 : k + 16;  // end of block, or sixteen zeros
-          } else {
-            k += e.run + 1u;
-            if (k <= 63) {
-              *term++ = static_cast<int16_t>(v);
-              map |= uint64_t{1} << k;
-            }
-          }
-        } while (k < 63);
-        if (k != 63) return done(report(kHuffman, code::bad_state, m[b].overrun));
-        *nonzero = map;
-        out = term;
-        ++decoded;
-      }
+  const FastTables tables[2] = {{dc_ahead[0], fast[0], ac_ahead[0]}, {dc_ahead[1], fast[1], ac_ahead[1]}};
+  const uint64_t total = job.mcu_rows * job.mcu_columns * s.blocks;
+  for (uint64_t n = 0; n < total; ++n) {
+    if (!job.exact_only) {
+      const uint64_t got = in.fast_run(tables, s.component, s.blocks, static_cast<uint32_t>(n % s.blocks), total - n,
+                                       out, job.nonzero + n);
+      decoded += got;
+      n += got;
+      if (n == total) break;
     }
+    const uint32_t b = static_cast<uint32_t>(n % s.blocks);
+    const int chroma = s.component[b] != 0 ? 1 : 0;
+    const Lookahead dc = dc_ahead[chroma][chroma ? in.peek11() : in.peek9()];
+    if (dc.category == kNoCode) return done(report(kHuffman, code::bad_state, m[b].dc));
+    if (dc.category > 11) report("read_dc_value", code::bad_state, "invalid DC category");
+    out[0] = static_cast<int16_t>(in.value(dc.length, dc.category));
+    const Lookahead* ac = ac_ahead[chroma];
+    int16_t* term = out + 1;
+    uint64_t map = 0;
+    unsigned k = 0;
+    do {
+      const Lookahead e = ac[in.peek16()];
+      if (e.category == kNoCode) return done(report(kHuffman, code::bad_state, m[b].ac));
+      if (e.category > 10) report("read_ac_value", code::bad_state, "invalid AC category");
+      const int32_t v = in.value(e.length, e.category);
+      if (e.category == 0) {
+        k = e.run == 0 ? 63 : k + 16;  // end of block, or sixteen zeros
+      } else {
+        k += e.run + 1u;
+        if (k <= 63) {
+          *term++ = static_cast<int16_t>(v);
+          map |= uint64_t{1} << k;
+        }
+      }
+    } while (k < 63);
+    if (k != 63) return done(report(kHuffman, code::bad_state, m[b].overrun));
+    job.nonzero[n] = map;
+    out = term;
+    ++decoded;
   }
   return done(0);
 }
