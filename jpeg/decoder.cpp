@@ -32,8 +32,18 @@ void DecoderState::drop_coefficients() noexcept {
   capacity = decoded = cursor_block = cursor_at = 0;
 }
 
+// The natural bit of each zig-zag position (kZigZag is constant-initialised).
+const std::array<uint64_t, 64> kBit = [] {
+  std::array<uint64_t, 64> bit{};
+  for (std::size_t k = 0; k < 64; ++k) bit[k] = uint64_t{1} << kZigZag[k];
+  return bit;
+}();
+
 uint64_t DecoderState::expand(uint64_t b, int16_t* out) noexcept {
-  std::memset(out, 0, 64 * sizeof(int16_t));
+  // Copied rather than set: a fixed-size copy becomes a few vector stores,
+  // where a memset of 128 bytes may become a slow string instruction.
+  alignas(16) static constexpr int16_t kZeros[64] = {};
+  std::memcpy(out, kZeros, sizeof kZeros);
   if (b >= decoded) return 0;
   const uint64_t* maps = nonzero();
   if (b != cursor_block) {
@@ -41,15 +51,15 @@ uint64_t DecoderState::expand(uint64_t b, int16_t* out) noexcept {
     for (uint64_t i = 0; i < b; ++i) cursor_at += 1 + static_cast<uint64_t>(std::popcount(maps[i]));
   }
   const int16_t* term = coefficients.get() + cursor_at;
-  uint64_t map = maps[b], natural = 0;
-  cursor_block = b + 1;
-  cursor_at += 1 + static_cast<uint64_t>(std::popcount(map));
+  uint64_t natural = 0;
   out[0] = *term++;
-  for (; map != 0; map &= map - 1) {
-    const unsigned n = kZigZag[static_cast<unsigned>(std::countr_zero(map))];
-    out[n] = *term++;
-    natural |= uint64_t{1} << n;
+  for (uint64_t map = maps[b]; map != 0; map &= map - 1) {
+    const auto k = static_cast<unsigned>(std::countr_zero(map));
+    out[kZigZag[k]] = *term++;
+    natural |= kBit[k];
   }
+  cursor_block = b + 1;
+  cursor_at = static_cast<uint64_t>(term - coefficients.get());
   return natural;
 }
 
@@ -209,7 +219,8 @@ class StripDecoder {
   // reach are zeros.  The block stays put until five more have been taken
   // (an MCU's blocks may be held together).
   const int16_t* next(uint64_t& nonzero) {
-    int16_t* c = terms_[turn_++ % terms_.size()].data();
+    int16_t* c = terms_[turn_].data();
+    turn_ = turn_ + 1 == terms_.size() ? 0 : turn_ + 1;
     nonzero = st_.expand(st_.next_block++, c);
     return c;
   }

@@ -273,25 +273,26 @@ class BitReader {
       uint64_t z = 0;
       unsigned k = 0, taken;
       bool whole = false;
+      const uint32_t* const fast = t.fast;
       for (;;) {
-        const uint32_t e = t.fast[w >> (64 - kFastBits)];
+        const uint32_t e = fast[w >> (64 - kFastBits)];
         refill();
-        if ((e & kSteps) != 0) {  // a coefficient, or the end of the block
+        if ((e & kSteps) != 0) [[likely]] {  // a coefficient, or the end of the block
           taken = e & 31;
           w <<= taken;
           n -= taken;
           k += e >> 6 & 255;
-          if (k >= 63) {
-            whole = k == 63 || k >= kEndOfBlock;
-            if (k == 63) {
-              *term++ = static_cast<int16_t>(e >> 16);
-              z |= uint64_t{1} << 63;
-            }
-            break;
+          if (k < 63) [[likely]] {
+            *term++ = static_cast<int16_t>(e >> 16);
+            z |= uint64_t{1} << k;
+            continue;
           }
-          *term++ = static_cast<int16_t>(e >> 16);
-          z |= uint64_t{1} << k;
-          continue;
+          whole = k == 63 || k >= kEndOfBlock;
+          if (k == 63) {
+            *term++ = static_cast<int16_t>(e >> 16);
+            z |= uint64_t{1} << 63;
+          }
+          break;
         }
         const Lookahead a = t.ac[w >> 48];
         if (a.category > 10) break;  // no code, or a category to report
