@@ -33,7 +33,7 @@ void DecoderState::drop_coefficients() noexcept {
 }
 
 // The natural bit of each zig-zag position (kZigZag is constant-initialised).
-const std::array<uint64_t, 64> kBit = [] {
+static const std::array<uint64_t, 64> kBit = [] {
   std::array<uint64_t, 64> bit{};
   for (std::size_t k = 0; k < 64; ++k) bit[k] = uint64_t{1} << kZigZag[k];
   return bit;

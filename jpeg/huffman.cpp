@@ -85,9 +85,9 @@ inline int16_t value_of(uint64_t w, unsigned c) {
 // a coefficient whose code and value both fit, as value << 16 | (run + 1)
 // << 6 | bits taken; an end of block, as kEndOfBlock << 6 | code length (a
 // step past any count of terms); 0 for anything else, which the 16-bit
-// lookahead decides.  An entry is made only
-// where every 16-bit continuation of its bits finds the same code there (a
-// code left over from an earlier image's table may overlap a shorter one).
+// lookahead decides.  An entry is made only where every 16-bit continuation
+// of its bits finds the same code there (a code left over from an earlier
+// image's table may take part of a shorter one's entries).
 constexpr unsigned kFastBits = 10;
 constexpr uint32_t kSteps = 255u << 6;
 constexpr uint32_t kEndOfBlock = 128;
