@@ -216,8 +216,9 @@ class StripDecoder {
 
  private:
   // The next block of the store, expanded; blocks the Huffman pass did not
-  // reach are zeros.  The block stays put until five more have been taken
-  // (an MCU's blocks may be held together).
+  // reach are zeros.  The block stays put until kHeld - 1 more have been
+  // taken: the inverse DCT holds an MCU's blocks, or a run of grey blocks,
+  // together.
   const int16_t* next(uint64_t& nonzero) {
     int16_t* c = terms_[turn_].data();
     turn_ = turn_ + 1 == terms_.size() ? 0 : turn_ + 1;
@@ -243,11 +244,11 @@ class StripDecoder {
     const kernels::IdctKernels& k = kernels::idct_kernels();
     const uint16_t* qy = st_.quant[0].data();
     const uint16_t* qc = st_.quant[1].data();
-    kernels::BlockIn in[16];
+    kernels::BlockIn in[kHeld];
     switch (layout_) {
       case Layout::grey:
         for (uint64_t col = 0; col < columns_;) {
-          const auto n = static_cast<std::size_t>(std::min<uint64_t>(16, columns_ - col));
+          const auto n = static_cast<std::size_t>(std::min<uint64_t>(kHeld, columns_ - col));
           for (std::size_t i = 0; i < n; ++i) in[i] = take(0);
           k.grey(in, n, qy, dst + col * 8, stride);
           col += n;
@@ -274,7 +275,8 @@ class StripDecoder {
   uint64_t columns_;
   uint64_t row_bytes_;
   std::vector<uint8_t> spare_;
-  alignas(64) std::array<std::array<int16_t, 64>, 6> terms_{};
+  static constexpr std::size_t kHeld = 16;  // the longest run row_into takes at once
+  alignas(64) std::array<std::array<int16_t, 64>, kHeld> terms_{};
   unsigned turn_ = 0;
 };
 
