@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "core/simd.h"
+#include "process/kernels/chroma_key.h"
+#include "process/kernels/fields.h"
 #include "process/kernels/filters.h"
 
 namespace {
@@ -155,6 +157,76 @@ TEST(ThresholdSimd, EveryBoundPairAndLength) {
     ASSERT_TRUE(check(256, uint8_t(bounds >> 8), uint8_t(bounds))) << bounds;
   }
   for (std::size_t n = 0; n <= values.size(); ++n) ASSERT_TRUE(check(n, 200, 40)) << n;
+}
+
+// --- chroma keying ------------------------------------------------------------------
+
+// A hue table of random hues in 0..359 (runs of one hue, as real tables
+// have, and isolated ones), and sources whose pairs key with probability
+// about `share`, in runs: every kind of border at every place of a vector.
+TEST(ChromaKeySimd, RowsEqualScalarForEveryModeCarryAndLength) {
+  std::mt19937 rng(5);
+  std::vector<uint16_t> hue(65536);
+  for (std::size_t i = 0; i < hue.size(); ++i) hue[i] = i % 7 == 0 ? uint16_t(rng() % 360) : hue[i - i % 7];
+  const KeyRange ranges[] = {{56, 184, 100, 260}, {0, 255, 0, 359}, {-1, 256, -1, 360}, {128, 129, 200, 201}};
+  Bytes bits(kKeyedUvBytes);
+  for (const KeyRange& range : ranges) {
+    build_keyed_uv(hue.data(), range, bits.data());
+    for (std::size_t i = 0; i < 65536; ++i) {  // the bits are the hue half of the decision
+      ASSERT_EQ(bits[i / 8] >> (i % 8) & 1, range.hue_lo < hue[i] && hue[i] < range.hue_hi) << i;
+    }
+    const KeySettings k{range, hue.data(), {16, 200, 40}, bits.data()};
+    for (std::size_t pairs = 0; pairs <= 2200; pairs += pairs < 80 ? 1 : 211) {  // past a chunk of 1024
+      const std::size_t bytes = 4 * (pairs + 1);  // a pair before the run
+      Bytes src(bytes), bg(bytes);
+      bool run = false;
+      for (std::size_t p = 0; p < bytes; p += 4) {
+        if (rng() % 5 == 0) run = !run;
+        const unsigned y = run ? 130 : rng() % 256, uv = rng() % 65536;
+        src[p] = uint8_t(y), src[p + 1] = uint8_t(uv >> 8), src[p + 2] = uint8_t(rng()), src[p + 3] = uint8_t(uv);
+        bg[p] = uint8_t(rng()), bg[p + 1] = uint8_t(rng()), bg[p + 2] = uint8_t(rng()), bg[p + 3] = uint8_t(rng());
+      }
+      for (int mode = 0; mode < 8; ++mode) {  // soft, background, carried flag
+        const bool soft = mode & 1, with_bg = mode & 2, carried = mode & 4;
+        ASSERT_TRUE(same_at_every_level(bytes, [&](simd::Level l, uint8_t* out) {
+          const KeyRow row = l == simd::Level::scalar ? (soft ? key_soft_row : key_hard_row)
+                                                      : (soft ? key_kernels(l).soft : key_kernels(l).hard);
+          if (row == nullptr) return false;
+          std::copy(src.begin(), src.begin() + 4, out);  // the pair before, which soft edges may rewrite
+          KeyCarry carry{carried};
+          row(src.data() + 4, with_bg ? bg.data() + 4 : nullptr, out + 4, pairs, k, carry);
+          out[-1] = carry.previous_keyed;  // the carried flag is checked with the bytes
+          return true;
+        })) << "range " << (&range - ranges) << ", mode " << mode << ", " << pairs << " pairs";
+      }
+    }
+  }
+}
+
+// --- pseudo-colour ---------------------------------------------------------------------
+
+TEST(PseudoColourSimd, EveryInputAndLength) {
+  // Grey: every value; YUV and HSI: random bytes, HSI with every hue word.
+  Bytes src(4 * 65536 + 64);
+  std::mt19937 rng(9);
+  for (auto& b : src) b = uint8_t(rng());
+  for (std::size_t i = 0; i < 65536; ++i) src[4 * i] = uint8_t(i), src[4 * i + 1] = uint8_t(i >> 8);
+  struct Kind { PseudoRow scalar; PseudoRow PseudoKernels::*member; std::size_t out; };
+  const Kind kinds[] = {{yuv422_pseudo_row, &PseudoKernels::yuv422, 6},
+                        {hsi_pseudo_row, &PseudoKernels::hsi, 3},
+                        {y8_pseudo_row, &PseudoKernels::y8, 2}};
+  for (const Kind& kind : kinds) {
+    auto check = [&](std::size_t offset, std::size_t units) {
+      return same_at_every_level(units * kind.out, [&](simd::Level l, uint8_t* out) {
+        const PseudoRow row = l == simd::Level::scalar ? kind.scalar : pseudo_kernels(l).*kind.member;
+        if (row == nullptr) return false;
+        row(src.data() + offset, out, units);
+        return true;
+      });
+    };
+    ASSERT_TRUE(check(0, kind.out == 2 ? 4 * 65536 : 65536)) << kind.out;
+    for (std::size_t units = 0; units <= 150; ++units) ASSERT_TRUE(check(units, units)) << kind.out << " " << units;
+  }
 }
 
 }  // namespace
