@@ -6,6 +6,9 @@
 // kernel, so both give the same bytes.
 #include "fields.h"
 
+#include <algorithm>
+#include <cstdint>
+
 namespace pix::process::kernels {
 
 #if PIX95_X86
@@ -60,7 +63,11 @@ PIX95_AVX512 inline __m512i y8_words_avx512(__m512i g) {
                          _mm512_srli_epi16(_mm512_sub_epi16(_mm512_set1_epi16(255), g), 3));
 }
 PIX95_AVX512 void y8_avx512(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
-  std::size_t i = 0;
+  // Whole cache lines stored (a store across two costs two): the pixels up
+  // to the first line boundary of an even destination go one by one.
+  const auto address = reinterpret_cast<std::uintptr_t>(dst);
+  std::size_t i = address % 2 == 0 ? std::min<std::size_t>(pixels, (64 - address % 64) % 64 / 2) : 0;
+  y8_pseudo_row(src, dst, i);
   for (; pixels - i >= 64; i += 64) {
     for (std::size_t h = 0; h < 64; h += 32) {
       const __m512i g = _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i + h)));
