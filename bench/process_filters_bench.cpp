@@ -235,7 +235,8 @@ Pair histogram_pair() {
             auto h = std::make_shared<tPIX_Histogram>();
             s.ours = [=] { return PIX_IP_histogram_generate(in, h.get(), PIX_STRIP_NEXT); };
 #ifdef PIX95_HAVE_OPENCV
-            const cv::Mat words(z.height, z.width, CV_16UC2, f.hsi.data()), bytes(z.height, z.width, CV_8UC4, f.hsi.data());
+            const cv::Mat words(z.height, z.width, CV_16UC2, f.hsi.data());
+            const cv::Mat bytes(z.height, z.width, CV_8UC4, f.hsi.data());
             auto hist = std::make_shared<std::array<cv::Mat, 3>>();
             s.theirs = [=] {
               const int hue_channel = 0, bins_h = 360, bins = 256;

@@ -331,7 +331,9 @@ PIX_API uint32_t PIX_CALL PIX_SPL_YUV422_to_RGB_pseudo_colour(uint32_t in, uint3
   return stage::run(
       kYuvPseudo, field_state().yuv_pseudo, in, out, command,
       [](const Image& src) { return accept_only<PIX_YUV422>(src, kYuvPseudo.name); },
-      [=] { return map_padded(in, out, kYuvPseudoWorker, 4, 6, find_image(in)->width / 2, k::pseudo_kernels().yuv422); });
+      [=] {
+        return map_padded(in, out, kYuvPseudoWorker, 4, 6, find_image(in)->width / 2, k::pseudo_kernels().yuv422);
+      });
 }
 
 PIX_API uint32_t PIX_CALL PIX_SPL_HSI_to_RGB_pseudo_colour(uint32_t in, uint32_t out, uint16_t command) {

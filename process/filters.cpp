@@ -182,8 +182,9 @@ uint32_t threshold_1_strip(uint32_t in, uint32_t out, uint8_t upper, uint8_t low
   if (uint32_t r = stage::begin_worker(src, out, kThresholdWorker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   const uint64_t step = lines::odd_width(src, 1);
+  const k::ThresholdRow row = k::filter_kernels().threshold;
   lines::map(lines::source(src, step), 1, lines::target(dst, lines::odd_width(dst, 1)), 1, step, src.lines_this_strip,
-             [=](const uint8_t* s, uint8_t* d, std::size_t n) { k::filter_kernels().threshold(s, d, n, upper, lower); });
+             [=](const uint8_t* s, uint8_t* d, std::size_t n) { row(s, d, n, upper, lower); });
   return 0;
 }
 

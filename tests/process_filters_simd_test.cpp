@@ -59,7 +59,7 @@ testing::AssertionResult same_at_every_level(std::size_t bytes, const std::funct
 
 // --- the filter's division --------------------------------------------------------
 
-// A kernel of sum d with at most `spread` non-zero coefficients.
+// A kernel of sum d: its coefficients filled from the first, each up to the 16-bit range.
 Filter3x3 kernel_of_sum(int32_t d) {
   std::array<int16_t, 9> k{};
   for (int32_t left = d, i = 0; left != 0; ++i) {

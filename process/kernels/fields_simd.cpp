@@ -109,7 +109,8 @@ PIX95_AVX2 inline __m256i hsi_lanes_avx2(__m256i p) {
   return _mm256_or_si256(_mm256_and_si256(p, _mm256_set1_epi32(static_cast<int>(0xFFFF0000u))), red);
 }
 PIX95_AVX2 void hsi_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
-  const __m256i close = _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 2, 3, 4, 6, 7, 8, 10, 11, 12, 14, 15, -1, -1, -1, -1));
+  const __m256i close =
+      _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 2, 3, 4, 6, 7, 8, 10, 11, 12, 14, 15, -1, -1, -1, -1));
   const __m256i order = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
   std::size_t i = 0;
   for (; pixels - i >= 8; i += 8) {
@@ -133,7 +134,8 @@ PIX95_AVX512 void hsi_avx512(const uint8_t* src, uint8_t* dst, std::size_t pixel
     const __m512i hue = _mm512_and_si512(p, _mm512_set1_epi32(0xFFFF));
     const __m256i lo = _mm512_cvttpd_epi32(_mm512_mul_pd(_mm512_cvtepi32_pd(_mm512_castsi512_si256(hue)), scale));
     const __m256i hi = _mm512_cvttpd_epi32(_mm512_mul_pd(_mm512_cvtepi32_pd(_mm512_extracti64x4_epi64(hue, 1)), scale));
-    const __m512i red = _mm512_and_si512(_mm512_inserti64x4(_mm512_castsi256_si512(lo), hi, 1), _mm512_set1_epi32(0xFF));
+    const __m512i red =
+        _mm512_and_si512(_mm512_inserti64x4(_mm512_castsi256_si512(lo), hi, 1), _mm512_set1_epi32(0xFF));
     const __m512i lanes = _mm512_or_si512(_mm512_and_si512(p, _mm512_set1_epi32(static_cast<int>(0xFFFF0000u))), red);
     const __m512i packed = _mm512_permutexvar_epi32(order, _mm512_shuffle_epi8(lanes, close));
     _mm512_mask_storeu_epi32(dst + 3 * i, 0x0FFF, packed);

@@ -27,7 +27,8 @@ T void filter_row(const uint8_t* a, const uint8_t* c, const uint8_t* b, uint8_t*
     V k[9];
     for (int j = 0; j < 9; ++j) k[j] = set16(f.narrow_k[j]);
     const V limit = set16(static_cast<int16_t>(f.limit)), mult = set16(static_cast<int16_t>(f.mult16));
-    const __m128i pre = _mm_cvtsi32_si128(static_cast<int>(f.pre16)), post = _mm_cvtsi32_si128(static_cast<int>(f.post16));
+    const __m128i pre = _mm_cvtsi32_si128(static_cast<int>(f.pre16));
+    const __m128i post = _mm_cvtsi32_si128(static_cast<int>(f.post16));
     for (; i + kLanes + s <= bytes; i += kLanes) {
       // 16-bit products and sums wrap, yet the whole sum fits 16 bits, so
       // it comes out exact.
