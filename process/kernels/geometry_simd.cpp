@@ -209,6 +209,41 @@ PIX95_AVX2 void turn1_avx2(const uint8_t* src, std::ptrdiff_t first, std::ptrdif
   turn_tiled<1, 32, 16, tile1_avx2>(src, first, across, step, dst, dst_stride, lines, pixels);
 }
 
+// 3-byte pixels: 8 x 8 tiles, each pixel widened to 32 bits for the
+// transpose and narrowed again; a row reads and a line writes exactly its
+// 24 bytes.
+PIX95_AVX2 void tile3_avx2(const uint8_t* at, std::ptrdiff_t a, std::ptrdiff_t s, uint8_t* out, std::ptrdiff_t ds) {
+  // Lane 0 holds bytes 0-15 of the row, lane 1 bytes 8-23: pixels 0-3 and 4-7.
+  const __m256i widen = _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1, 4, 5, 6, -1, 7, 8, 9, -1,
+                                         10, 11, 12, -1, 13, 14, 15, -1);
+  __m256i r[8];
+  for (int k = 0; k < 8; ++k) {
+    const uint8_t* row = tile_row(at, a, s, k, 8);
+    r[k] = _mm256_shuffle_epi8(_mm256_inserti128_si256(_mm256_castsi128_si256(load16(row)), load16(row + 8), 1), widen);
+  }
+  __m256i t[8], u[8];
+  for (int k = 0; k < 8; k += 2) t[k] = _mm256_unpacklo_epi32(r[k], r[k + 1]), t[k + 1] = _mm256_unpackhi_epi32(r[k], r[k + 1]);
+  for (int k = 0; k < 8; k += 4) {
+    u[k] = _mm256_unpacklo_epi64(t[k], t[k + 2]), u[k + 1] = _mm256_unpackhi_epi64(t[k], t[k + 2]);
+    u[k + 2] = _mm256_unpacklo_epi64(t[k + 1], t[k + 3]), u[k + 3] = _mm256_unpackhi_epi64(t[k + 1], t[k + 3]);
+  }
+  const __m256i narrow = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8, 9,
+                                          10, 12, 13, 14, -1, -1, -1, -1);
+  const __m256i join = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
+  for (int c = 0; c < 8; ++c) {
+    // Column c: lane 0 of u[c % 4] (rows 0-3) beside lane 0 of u[c % 4 + 4]; c >= 4 the lanes 1.
+    const __m256i column = _mm256_permute2x128_si256(u[c % 4], u[c % 4 + 4], c < 4 ? 0x20 : 0x31);
+    const __m256i bytes = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(column, narrow), join);
+    uint8_t* line = tile_line(out, a, ds, c, 8);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(line), _mm256_castsi256_si128(bytes));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(line + 16), _mm256_extracti128_si256(bytes, 1));
+  }
+}
+PIX95_AVX2 void turn3_avx2(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across, std::ptrdiff_t step,
+                           uint8_t* dst, std::ptrdiff_t dst_stride, std::size_t lines, std::size_t pixels) {
+  turn_tiled<3, 8, 8, tile3_avx2>(src, first, across, step, dst, dst_stride, lines, pixels);
+}
+
 PIX95_AVX2 void scale_v_avx2(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::size_t bytes,
                              unsigned fraction) {
   if (fraction == 0) {
@@ -329,7 +364,7 @@ void add_geometry_simd(GeometryKernels& k, simd::Level level) noexcept {
     case simd::Level::avx2:
       k.mirror[0] = mirror_avx2<1>, k.mirror[1] = mirror_avx2<2>, k.mirror[2] = mirror_avx2<3>;
       k.mirror[3] = mirror_avx2<4>;
-      k.turn[0] = turn1_avx2;
+      k.turn[0] = turn1_avx2, k.turn[2] = turn3_avx2;
       k.scale_h = scale_h_avx2;
       k.scale_v = scale_v_avx2;
       break;
