@@ -2,6 +2,7 @@
 // run time): mirrors by byte shuffles, quarter turns by transposed tiles,
 // the two bilinear passes with the scalar products' exact truncation.  Each
 // body does whole blocks and leaves the rest of a run to the scalar kernel.
+#include <array>
 #include <cstring>
 
 #include "geometry.h"
@@ -167,17 +168,45 @@ PIX95_AVX2 inline __m256i reverse_control_avx2() {
                                    9, 6, 7, 4, 5, 2, 3, 0, 1);
 }
 
+// Store q of a 16-pixel RGB24 mirror step takes its bytes from source bytes
+// kStart[q] .. kStart[q] + 17 of the step: the first load's share, or
+// (second) the share of the load two bytes further on.
+constexpr std::array<std::array<int8_t, 16>, 6> rgb_mirror_controls() {
+  constexpr int kStart[3] = {30, 15, 0};
+  std::array<std::array<int8_t, 16>, 6> c{};
+  for (int q = 0; q < 3; ++q) {
+    for (int k = 0; k < 16; ++k) {
+      const int m = 16 * q + k, from = 45 - 3 * (m / 3) + m % 3 - kStart[q];
+      c[2 * q][k] = static_cast<int8_t>(from < 16 ? from : -1);
+      c[2 * q + 1][k] = static_cast<int8_t>(from >= 16 ? from - 2 : -1);
+    }
+  }
+  return c;
+}
+alignas(16) constexpr std::array<std::array<int8_t, 16>, 6> kRgbMirror = rgb_mirror_controls();
+PIX95_AVX2 inline __m128i rgb_mirror_control(int q, bool second) {
+  return _mm_load_si128(reinterpret_cast<const __m128i*>(kRgbMirror[2 * q + (second ? 1 : 0)].data()));
+}
+PIX95_AVX2 inline __m128i rgb_mirror_part(const uint8_t* p, __m128i first, __m128i second) {
+  return _mm_or_si128(_mm_shuffle_epi8(load16(p), first), _mm_shuffle_epi8(load16(p + 2), second));
+}
+
 template <unsigned B>
 PIX95_AVX2 void mirror_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
   std::size_t i = 0;
   if constexpr (B == 3) {
-    // Five pixels (15 bytes) a step: the 16 bytes loaded end with the last
-    // of them, the byte stored after them is rewritten by the next step,
-    // and the last step leaves a pixel to the scalar kernel.
-    const __m128i control = _mm_setr_epi8(13, 14, 15, 10, 11, 12, 7, 8, 9, 4, 5, 6, 1, 2, 3, -128);
-    for (; pixels - i >= 6; i += 5) {
-      const __m128i v = load16(src + (pixels - i - 5) * 3 - 1);
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i * 3), _mm_shuffle_epi8(v, control));
+    // 16 pixels (48 bytes) a step, as three 16-byte stores; each store's
+    // bytes come from an 18-byte stretch of the source, read as two
+    // overlapping 16-byte loads, each shuffled for its share.
+    const __m128i c0a = rgb_mirror_control(0, false), c0b = rgb_mirror_control(0, true);
+    const __m128i c1a = rgb_mirror_control(1, false), c1b = rgb_mirror_control(1, true);
+    const __m128i c2a = rgb_mirror_control(2, false), c2b = rgb_mirror_control(2, true);
+    for (; pixels - i >= 16; i += 16) {
+      const uint8_t* block = src + (pixels - i - 16) * 3;
+      __m128i* d = reinterpret_cast<__m128i*>(dst + i * 3);
+      _mm_storeu_si128(d, rgb_mirror_part(block + 30, c0a, c0b));
+      _mm_storeu_si128(d + 1, rgb_mirror_part(block + 15, c1a, c1b));
+      _mm_storeu_si128(d + 2, rgb_mirror_part(block, c2a, c2b));
     }
   } else {
     constexpr std::size_t per = 32 / B;
