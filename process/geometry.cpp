@@ -307,7 +307,7 @@ uint32_t mirror_1_strip(uint32_t in, uint32_t out) {
   const uint64_t bytes = uint64_t{src.width} * pb;
   const uint32_t count = fitting(from, bytes, to, bytes, src.lines_this_strip);
   if (src.format == PIX_YUV422) {
-    lines::map(from, 4, to, 4, src.width / 2, count, k::mirror_yuv422_row, {.merge = false});
+    lines::map(from, 4, to, 4, src.width / 2, count, k::geometry_kernels().mirror_yuv422, {.merge = false});
   } else {
     lines::map(from, pb, to, pb, src.width, count, k::geometry_kernels().mirror[pb - 1], {.merge = false});
   }

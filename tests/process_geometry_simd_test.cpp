@@ -123,13 +123,16 @@ TEST_F(GeometrySimd, HorizontalPassEveryScaleAndHostileColumns) {
   }
 }
 
-TEST_F(GeometrySimd, MirrorEveryPixelSizeEveryLength) {
+TEST_F(GeometrySimd, MirrorEveryPixelSizeAndYuvEveryLength) {
   for (unsigned b = 1; b <= 4; ++b) {
     for (std::size_t n = 0; n < 400; ++n) {
       const Bytes src = random(n * b);
       ASSERT_TRUE(same_at_every_level(n * b, [&](const k::GeometryKernels& g, uint8_t* d) {
         g.mirror[b - 1](src.data(), d, n);
       })) << b << " bytes, " << n << " pixels";
+      ASSERT_TRUE(same_at_every_level(n * 4, [&, pairs = n * b / 4](const k::GeometryKernels& g, uint8_t* d) {
+        g.mirror_yuv422(src.data(), d, pairs);
+      })) << "YUV 4:2:2, " << n * b / 4 << " pairs";
     }
   }
 }

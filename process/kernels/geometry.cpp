@@ -205,6 +205,7 @@ void scale_h_plain(const uint8_t* src, uint8_t* dst, const ScaleColumn* columns,
 }
 
 constexpr GeometryKernels kScalarKernels{{mirror_fixed<1>, mirror_fixed<2>, mirror_fixed<3>, mirror_fixed<4>},
+                                         mirror_yuv422_row,
                                          {turn_fixed<1>, turn_fixed<2>, turn_fixed<3>, turn_fixed<4>},
                                          scale_h_plain,
                                          scale_row_v};

@@ -128,6 +128,7 @@ struct GeometryKernels {
   using ScaleV = void (*)(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::size_t bytes,
                           unsigned fraction);
   Mirror mirror[4];  // by pixel bytes - 1
+  Mirror mirror_yuv422;  // counted in pairs
   Turn turn[4];      // by pixel bytes - 1
   ScaleH scale_h;    // channels 1 or 3; the groups made by scale_groups for the same columns
   ScaleV scale_v;

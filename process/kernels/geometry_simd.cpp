@@ -94,6 +94,18 @@ PIX95_SSE2 void mirror_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels
   mirror_row(src, dst + i * B, pixels - i, B);
 }
 
+// YUV 4:2:2 pairs reversed, Y0 and Y1 swapped within each.
+PIX95_SSE2 void mirror_yuv422_sse2(const uint8_t* src, uint8_t* dst, std::size_t pairs) {
+  const __m128i keep = _mm_set1_epi32(static_cast<int>(0xFF00FF00u)), low = _mm_set1_epi32(0xFF);
+  std::size_t i = 0;
+  for (; pairs - i >= 4; i += 4) {
+    const __m128i v = _mm_shuffle_epi32(load16(src + (pairs - i - 4) * 4), 0x1B);
+    const __m128i y = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(v, 16), low), _mm_slli_epi32(_mm_and_si128(v, low), 16));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i * 4), _mm_or_si128(_mm_and_si128(v, keep), y));
+  }
+  mirror_yuv422_row(src, dst + i * 4, pairs - i);
+}
+
 // 16 x 16 bytes transposed: four rounds of interleaving vector r with r + 8
 // (vector r must hold tile row reverse4(r)).
 #define PIX95_TRANSPOSE16(V, LO8, HI8, LO16, HI16, LO32, HI32, LO64, HI64)                             \
@@ -219,6 +231,17 @@ PIX95_AVX2 void mirror_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels
     }
   }
   mirror_row(src, dst + i * B, pixels - i, B);
+}
+
+PIX95_AVX2 void mirror_yuv422_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs) {
+  const __m256i control = _mm256_setr_epi8(14, 13, 12, 15, 10, 9, 8, 11, 6, 5, 4, 7, 2, 1, 0, 3, 14, 13, 12, 15, 10, 9,
+                                           8, 11, 6, 5, 4, 7, 2, 1, 0, 3);
+  std::size_t i = 0;
+  for (; pairs - i >= 8; i += 8) {
+    const __m256i v = _mm256_shuffle_epi8(load32(src + (pairs - i - 8) * 4), control);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i * 4), _mm256_permute4x64_epi64(v, 0x4E));
+  }
+  mirror_yuv422_sse2(src, dst + i * 4, pairs - i);
 }
 
 // Two 16 x 16 byte tiles side by side (lines j0 .. j0 + 31): the unpacks work
@@ -387,12 +410,13 @@ void add_geometry_simd(GeometryKernels& k, simd::Level level) noexcept {
   switch (level) {
     case simd::Level::sse2:
       k.mirror[0] = mirror_sse2<1>, k.mirror[1] = mirror_sse2<2>, k.mirror[3] = mirror_sse2<4>;
+      k.mirror_yuv422 = mirror_yuv422_sse2;
       k.turn[0] = turn1_sse2, k.turn[1] = turn_blocked<2>, k.turn[2] = turn_blocked<3>, k.turn[3] = turn4_sse2;
       k.scale_v = scale_v_sse2;
       break;
     case simd::Level::avx2:
       k.mirror[0] = mirror_avx2<1>, k.mirror[1] = mirror_avx2<2>, k.mirror[2] = mirror_avx2<3>;
-      k.mirror[3] = mirror_avx2<4>;
+      k.mirror[3] = mirror_avx2<4>, k.mirror_yuv422 = mirror_yuv422_avx2;
       k.turn[0] = turn1_avx2, k.turn[2] = turn3_avx2;
       k.scale_h = scale_h_avx2;
       k.scale_v = scale_v_avx2;
