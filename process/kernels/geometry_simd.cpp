@@ -282,13 +282,16 @@ PIX95_AVX2 void tile3_avx2(const uint8_t* at, std::ptrdiff_t a, std::ptrdiff_t s
   const __m256i narrow = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8, 9,
                                           10, 12, 13, 14, -1, -1, -1, -1);
   const __m256i join = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
-  for (int c = 0; c < 8; ++c) {
-    // Column c: lane 0 of u[c % 4] (rows 0-3) beside lane 0 of u[c % 4 + 4]; c >= 4 the lanes 1.
-    const __m256i column = _mm256_permute2x128_si256(u[c % 4], u[c % 4 + 4], c < 4 ? 0x20 : 0x31);
+  // Column c: lane 0 of u[c % 4] (rows 0-3) beside lane 0 of u[c % 4 + 4]; c >= 4 the lanes 1.
+  auto put = [&](int c, __m256i column) PIX95_AVX2 {
     const __m256i bytes = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(column, narrow), join);
     uint8_t* line = tile_line(out, a, ds, c, 8);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(line), _mm256_castsi256_si128(bytes));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(line + 16), _mm256_extracti128_si256(bytes, 1));
+  };
+  for (int c = 0; c < 4; ++c) {
+    put(c, _mm256_permute2x128_si256(u[c], u[c + 4], 0x20));
+    put(c + 4, _mm256_permute2x128_si256(u[c], u[c + 4], 0x31));
   }
 }
 PIX95_AVX2 void turn3_avx2(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across, std::ptrdiff_t step,
