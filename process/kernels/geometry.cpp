@@ -150,31 +150,33 @@ void scale_row_v(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::
 void scale_groups(ScaleGroup* groups, const ScaleColumn* columns, std::size_t out_pixels, std::size_t in_bytes,
                   unsigned channels) {
   const std::size_t count = scale_group_count(out_pixels, channels);
+  auto near = [&](std::size_t j) { return std::size_t{columns[j / channels].near} + j % channels; };
+  auto far = [&](std::size_t j) { return std::size_t{columns[j / channels].far} + j % channels; };
   for (std::size_t g = 0; g < count; ++g) {
     ScaleGroup& group = groups[g];
     group = {};
-    group.vector = in_bytes >= 16 ? 1 : 0;
-    for (unsigned half = 0; half < 2 && group.vector != 0; ++half) {
-      const std::size_t first = 16 * g + 8 * half;
-      auto near = [&](std::size_t j) { return columns[j / channels].near + j % channels; };
-      auto far = [&](std::size_t j) { return columns[j / channels].far + j % channels; };
-      std::size_t low = in_bytes, high = 0;
-      for (std::size_t j = first; j < first + 8; ++j) {
-        low = std::min<std::size_t>({low, near(j), far(j)});
-        high = std::max<std::size_t>({high, near(j), far(j)});
+    std::size_t low[2], high[2];
+    unsigned width = 1;
+    for (unsigned half = 0; half < 2; ++half) {
+      low[half] = in_bytes, high[half] = 0;
+      for (std::size_t j = 16 * g + 8 * half; j < 16 * g + 8 * half + 8; ++j) {
+        low[half] = std::min({low[half], near(j), far(j)});
+        high[half] = std::max({high[half], near(j), far(j)});
       }
+      const std::size_t span = high[half] - low[half];
+      width = std::max(width, static_cast<unsigned>(std::min<std::size_t>(span / 16 + 1, 5)));
+    }
+    // Windows wholly inside the line, the samples inside them.
+    if (width > 4 || in_bytes < 16 * width || high[0] >= in_bytes || high[1] >= in_bytes) continue;
+    group.vector = width;
+    for (unsigned half = 0; half < 2; ++half) {
       // The window starts at the lowest sample unless that would read past the line.
-      const std::size_t window = std::min(low, in_bytes - 16);
-      if (low < window || high >= window + 16 || high >= in_bytes) {
-        group.vector = 0;
-        break;
-      }
+      const std::size_t window = std::min(low[half], in_bytes - 16 * width);
       group.window[half] = static_cast<uint32_t>(window);
-      for (std::size_t j = first; j < first + 8; ++j) {
-        const std::size_t k = j - 16 * g;
-        group.pick[2 * k] = static_cast<uint8_t>(near(j) - window);
-        group.pick[2 * k + 1] = static_cast<uint8_t>(far(j) - window);
-        group.fraction[k] = columns[j / channels].fraction;
+      for (std::size_t k = 8 * half; k < 8 * half + 8; ++k) {
+        group.pick[2 * k] = static_cast<uint8_t>(near(16 * g + k) - window);
+        group.pick[2 * k + 1] = static_cast<uint8_t>(far(16 * g + k) - window);
+        group.fraction[k] = columns[(16 * g + k) / channels].fraction;
       }
     }
   }

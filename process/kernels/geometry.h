@@ -97,14 +97,15 @@ void scale_row_v(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::
 // above; the scalar versions in the tables are those references.
 
 // The horizontal pass laid out for byte shuffles: output bytes in groups of
-// 16, each half (8 bytes) made from one 16-byte window of the source line.
+// 16, each half (8 bytes) made from one window of the source line, 16, 32,
+// 48 or 64 bytes wide (vector 1 to 4), the narrowest its samples fit.
 struct ScaleGroup {
   // Output byte k's near and far sample (bytes 2k and 2k + 1) as indices into
   // the window of its half, k / 8.
   uint8_t pick[32];
   uint8_t fraction[16];  // output byte k's weight of the far sample
   uint32_t window[2];    // where the windows start in the source line
-  uint32_t vector;       // 0: a sample lies outside the windows; the group is made by the formula
+  uint32_t vector;       // the windows' width in 16 bytes; 0: the group is made by the formula
 };
 // The groups of the first (out_pixels * channels) / 16 * 16 output bytes of
 // `columns`, over a source line of `in_bytes` bytes.

@@ -68,6 +68,25 @@ inline uint8_t* tile_line(uint8_t* out, std::ptrdiff_t across, std::ptrdiff_t ds
 // result comes from input vector reverse4(r).
 constexpr int reverse4(int r) { return ((r & 1) << 3) | ((r & 2) << 1) | ((r & 4) >> 1) | ((r & 8) >> 3); }
 
+// Output bytes [from, to) of the horizontal pass, each product p * w >> 8
+// multiplied out rather than looked up in the 128 KiB table (the same
+// values): the pass for groups without windows, and without byte shuffles.
+inline void scale_bytes(const uint8_t* src, uint8_t* dst, const ScaleColumn* columns, std::size_t from, std::size_t to,
+                        unsigned channels) {
+  std::size_t p = from / channels;
+  unsigned k = static_cast<unsigned>(from % channels);
+  for (std::size_t j = from; j < to; ++j) {
+    const ScaleColumn& c = columns[p];
+    const unsigned f = c.fraction;
+    dst[j] = static_cast<uint8_t>((src[c.near + k] * (256 - f) >> 8) + (src[c.far + k] * f >> 8));
+    if (++k == channels) k = 0, ++p;
+  }
+}
+void scale_h_multiplied(const uint8_t* src, uint8_t* dst, const ScaleColumn* columns, const ScaleGroup*,
+                        std::size_t out_pixels, unsigned channels) {
+  scale_bytes(src, dst, columns, 0, out_pixels * channels, channels);
+}
+
 // ---------------------------------------------------------------------------
 // SSE2
 
@@ -320,12 +339,32 @@ PIX95_AVX2 void scale_v_avx2(const uint8_t* upper, const uint8_t* lower, uint8_t
   scale_v_sse2(upper + i, lower + i, dst + i, bytes - i, fraction);
 }
 
-// One group: the two windows shuffled into words of near | far << 8, each
-// half multiplied by its weight in the high byte of a word.
+// The words near | far << 8 of a group whose windows are W x 16 bytes wide.
+// Past the first 16 bytes, picks into the k-th 16 less 16k, saturated up by
+// 0x70, keep their low four bits with bit 7 clear (0x70 to 0x7F); every other
+// pick ends at 0x80 or above, which the shuffle reads as 0.
+template <unsigned W>
+PIX95_AVX2 inline __m256i scale_words_avx2(const uint8_t* src, const ScaleGroup& g) {
+  const __m256i pick = load32(g.pick);
+  __m256i words = _mm256_setzero_si256();
+  for (unsigned k = 0; k < W; ++k) {
+    const __m256i window = _mm256_inserti128_si256(_mm256_castsi128_si256(load16(src + g.window[0] + 16 * k)),
+                                                   load16(src + g.window[1] + 16 * k), 1);
+    const __m256i control =
+        W == 1 ? pick
+               : _mm256_adds_epu8(_mm256_sub_epi8(pick, _mm256_set1_epi8(static_cast<char>(16 * k))),
+                                  _mm256_set1_epi8(0x70));
+    words = _mm256_or_si256(words, _mm256_shuffle_epi8(window, control));
+  }
+  return words;
+}
+
+// One group: each half multiplied by its weight in the high byte of a word.
 PIX95_AVX2 inline __m256i scale_group_avx2(const uint8_t* src, const ScaleGroup& g) {
-  const __m256i windows = _mm256_inserti128_si256(_mm256_castsi128_si256(load16(src + g.window[0])),
-                                                  load16(src + g.window[1]), 1);
-  const __m256i words = _mm256_shuffle_epi8(windows, load32(g.pick));
+  const __m256i words = g.vector == 1   ? scale_words_avx2<1>(src, g)
+                        : g.vector == 2 ? scale_words_avx2<2>(src, g)
+                        : g.vector == 3 ? scale_words_avx2<3>(src, g)
+                                        : scale_words_avx2<4>(src, g);
   const __m256i far_weight = _mm256_cvtepu8_epi16(load16(g.fraction));
   const __m256i near_weight = _mm256_sub_epi16(_mm256_set1_epi16(256), far_weight);
   return _mm256_add_epi16(_mm256_mulhi_epu16(_mm256_slli_epi16(words, 8), near_weight),
@@ -337,18 +376,9 @@ PIX95_AVX2 void scale_h_avx2(const uint8_t* src, uint8_t* dst, const ScaleColumn
                              std::size_t out_pixels, unsigned channels) {
   const std::size_t count = scale_group_count(out_pixels, channels);
   std::size_t g = 0;
-  auto by_formula = [&](std::size_t from, std::size_t to) {
-    // Output bytes [from, to) through the scalar products.
-    const auto& t = scale_products().at;
-    for (std::size_t j = from; j < to; ++j) {
-      const ScaleColumn& c = columns[j / channels];
-      const unsigned k = static_cast<unsigned>(j % channels);
-      dst[j] = static_cast<uint8_t>(t[src[c.near + k]][c.fraction] + t[src[c.far + k]][256 - c.fraction]);
-    }
-  };
   for (; g + 2 <= count; g += 2) {
     if (groups[g].vector == 0 || groups[g + 1].vector == 0) {
-      by_formula(16 * g, 16 * g + 32);
+      scale_bytes(src, dst, columns, 16 * g, 16 * g + 32, channels);
       continue;
     }
     // Lanes of the pack hold 8 bytes of each group: put them back in order.
@@ -357,14 +387,14 @@ PIX95_AVX2 void scale_h_avx2(const uint8_t* src, uint8_t* dst, const ScaleColumn
   }
   for (; g < count; ++g) {
     if (groups[g].vector == 0) {
-      by_formula(16 * g, 16 * g + 16);
+      scale_bytes(src, dst, columns, 16 * g, 16 * g + 16, channels);
       continue;
     }
     const __m256i r = scale_group_avx2(src, groups[g]);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 16 * g),
                      _mm_packus_epi16(_mm256_castsi256_si128(r), _mm256_extracti128_si256(r, 1)));
   }
-  by_formula(16 * count, out_pixels * channels);
+  scale_bytes(src, dst, columns, 16 * count, out_pixels * channels, channels);
 }
 
 // ---------------------------------------------------------------------------
@@ -415,6 +445,7 @@ void add_geometry_simd(GeometryKernels& k, simd::Level level) noexcept {
       k.mirror[0] = mirror_sse2<1>, k.mirror[1] = mirror_sse2<2>, k.mirror[3] = mirror_sse2<4>;
       k.mirror_yuv422 = mirror_yuv422_sse2;
       k.turn[0] = turn1_sse2, k.turn[1] = turn_blocked<2>, k.turn[2] = turn_blocked<3>, k.turn[3] = turn4_sse2;
+      k.scale_h = scale_h_multiplied;
       k.scale_v = scale_v_sse2;
       break;
     case simd::Level::avx2:
