@@ -275,6 +275,8 @@ PIX95_AVX2 void tile1_avx2(const uint8_t* at, std::ptrdiff_t a, std::ptrdiff_t s
     _mm_storeu_si128(reinterpret_cast<__m128i*>(tile_line(out, a, ds, c + 16, 32)), _mm256_extracti128_si256(v[c], 1));
   }
 }
+#undef PIX95_TRANSPOSE16
+
 PIX95_AVX2 void turn1_avx2(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across, std::ptrdiff_t step,
                            uint8_t* dst, std::ptrdiff_t dst_stride, std::size_t lines, std::size_t pixels) {
   turn_tiled<1, 32, 16, tile1_avx2>(src, first, across, step, dst, dst_stride, lines, pixels);
