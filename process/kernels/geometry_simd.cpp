@@ -3,6 +3,7 @@
 // the two bilinear passes with the scalar products' exact truncation.  Each
 // body does whole blocks and leaves the rest of a run to the scalar kernel.
 #include <array>
+#include <cstdint>
 #include <cstring>
 
 #include "geometry.h"
@@ -13,6 +14,14 @@ namespace pix::process::kernels {
 namespace {
 
 PIX95_SSE2 inline __m128i load16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+
+// The RGB24 mirror reads its lines backwards in 48-byte steps: the bytes a
+// few steps further down are asked for early, which measurably helps it (and
+// not the mirrors of whole vectors).  A hint only: it never faults, wherever
+// it points.
+PIX95_SSE2 inline void prefetch_ahead(const uint8_t* p) {
+  _mm_prefetch(reinterpret_cast<const char*>(reinterpret_cast<std::uintptr_t>(p) - 384), _MM_HINT_T0);
+}
 
 // ---------------------------------------------------------------------------
 // Quarter turns: the turn cut into tiles of TJ output lines by TI pixels;
@@ -234,6 +243,7 @@ PIX95_AVX2 void mirror_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels
     const __m128i c2a = rgb_mirror_control(2, false), c2b = rgb_mirror_control(2, true);
     for (; pixels - i >= 16; i += 16) {
       const uint8_t* block = src + (pixels - i - 16) * 3;
+      prefetch_ahead(block);
       __m128i* d = reinterpret_cast<__m128i*>(dst + i * 3);
       _mm_storeu_si128(d, rgb_mirror_part(block + 30, c0a, c0b));
       _mm_storeu_si128(d + 1, rgb_mirror_part(block + 15, c1a, c1b));
