@@ -119,7 +119,7 @@ PIX95_SSE2 void mirror_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels
     if constexpr (B == 4) v = _mm_shuffle_epi32(v, 0x1B);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i * B), v);
   }
-  mirror_row(src, dst + i * B, pixels - i, B);
+  if (i < pixels) mirror_row(src, dst + i * B, pixels - i, B);
 }
 
 // YUV 4:2:2 pairs reversed, Y0 and Y1 swapped within each.
@@ -131,7 +131,7 @@ PIX95_SSE2 void mirror_yuv422_sse2(const uint8_t* src, uint8_t* dst, std::size_t
     const __m128i y = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(v, 16), low), _mm_slli_epi32(_mm_and_si128(v, low), 16));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i * 4), _mm_or_si128(_mm_and_si128(v, keep), y));
   }
-  mirror_yuv422_row(src, dst + i * 4, pairs - i);
+  if (i < pairs) mirror_yuv422_row(src, dst + i * 4, pairs - i);
 }
 
 // 16 x 16 bytes transposed: four rounds of interleaving vector r with r + 8
@@ -258,8 +258,10 @@ PIX95_AVX2 void mirror_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels
                                : _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, control), 0x4E);
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i * B), r);
     }
+    if (i < pixels) mirror_sse2<B>(src, dst + i * B, pixels - i);
+    return;
   }
-  mirror_row(src, dst + i * B, pixels - i, B);
+  if (i < pixels) mirror_row(src, dst + i * B, pixels - i, B);
 }
 
 PIX95_AVX2 void mirror_yuv422_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs) {
@@ -270,7 +272,7 @@ PIX95_AVX2 void mirror_yuv422_avx2(const uint8_t* src, uint8_t* dst, std::size_t
     const __m256i v = _mm256_shuffle_epi8(load32(src + (pairs - i - 8) * 4), control);
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i * 4), _mm256_permute4x64_epi64(v, 0x4E));
   }
-  mirror_yuv422_sse2(src, dst + i * 4, pairs - i);
+  if (i < pairs) mirror_yuv422_sse2(src, dst + i * 4, pairs - i);
 }
 
 // Two 16 x 16 byte tiles side by side (lines j0 .. j0 + 31): the unpacks work
@@ -425,7 +427,7 @@ PIX95_AVX512 void mirror_avx512(const uint8_t* src, uint8_t* dst, std::size_t pi
                              : _mm512_shuffle_i64x2(_mm512_shuffle_epi8(v, control), _mm512_shuffle_epi8(v, control), 0x1B);
     _mm512_storeu_si512(dst + i * B, r);
   }
-  mirror_avx2<B>(src, dst + i * B, pixels - i);
+  if (i < pixels) mirror_avx2<B>(src, dst + i * B, pixels - i);
 }
 
 PIX95_AVX512 void scale_v_avx512(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::size_t bytes,
