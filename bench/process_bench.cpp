@@ -13,10 +13,11 @@
 //   rotate 90 RGBX32                     libyuv ARGBRotate, cv::rotate
 //
 // Scales run 1920x1080 down to 1280x720 and a 720x576 PAL frame up to
-// 1920x1080; mirror and turn run on 1920x1080.  Every side runs once an
-// iteration on the same source and its own destination, the side that goes
-// first changing each iteration, single thread: the sides see the same
-// machine load.  Rates are Mpixel/s of output.
+// 1920x1080; mirror and turn run on 1920x1080.  Each pair (ours and one
+// peer) is a benchmark of its own: both run once an iteration on the same
+// source, each into its own destination, the side that goes first changing
+// each iteration, single thread, so both see the same machine load.  Rates
+// are Mpixel/s of output.
 //
 // Frames: "photo" is DIR/photo-1920x1080.rgb (raw RGB24, made by tools/bench)
 // when --photos=DIR is given, its middle 720x576 the PAL frame; otherwise
@@ -242,20 +243,22 @@ uint32_t ours(const Pair& p, uint32_t in, uint32_t out) {
   return 0;
 }
 
-void run(benchmark::State& state, const Pair& pair, Frames& frames) {
+// Ours and one peer (none when `peer` is null), each once an iteration, the
+// side that goes first alternating: every pair is measured on its own, so no
+// third side's cache traffic falls on one of the two more than the other.
+void run(benchmark::State& state, const Pair& pair, const Peer* peer, Frames& frames) {
   auto& sources = pair.in.width == kPal.width ? frames.pal : frames.hd;
   Bytes& src = sources[pair.bytes];
   Bytes dst(pair.out.pixels() * pair.bytes);
-  std::vector<Bytes> peer_dst;
-  for (const Peer& peer : pair.peers) peer_dst.emplace_back(pair.out.pixels() * peer.bytes);
+  Bytes peer_dst(peer ? pair.out.pixels() * peer->bytes : 0);
   const uint32_t in = locked_image(pair.format, pair.in, src.data());
   const uint32_t out = locked_image(pair.format, pair.out, dst.data());
   const uint32_t first = ours(pair, in, out);
   if (PIX_IS_ERROR(first) || PIX_image_get_ptr(out, PIX_PTR_DATA) != dst.data()) {
     state.SkipWithError("the operation failed or did not write into the caller's buffer");
   } else {
-    const std::size_t sides = pair.peers.size() + 1;
-    std::vector<double> time(sides);
+    const std::size_t sides = peer ? 2 : 1;
+    double time[2] = {0, 0};
     std::size_t first_side = 0;
     for (auto _ : state) {
       for (std::size_t n = 0; n < sides; ++n) {
@@ -264,8 +267,7 @@ void run(benchmark::State& state, const Pair& pair, Frames& frames) {
         if (side == 0) {
           benchmark::DoNotOptimize(ours(pair, in, out));
         } else {
-          const Peer& peer = pair.peers[side - 1];
-          peer.run(sources[peer.bytes].data(), peer_dst[side - 1].data());
+          peer->run(sources[peer->bytes].data(), peer_dst.data());
         }
         benchmark::ClobberMemory();
         time[side] += seconds(t0, Clock::now());
@@ -274,14 +276,15 @@ void run(benchmark::State& state, const Pair& pair, Frames& frames) {
     }
     const double pixels = static_cast<double>(pair.out.pixels()) * static_cast<double>(state.iterations()) / 1e6;
     state.counters["pix95"] = pixels / time[0];
-    for (std::size_t k = 1; k < sides; ++k) state.counters[pair.peers[k - 1].name] = pixels / time[k];
+    if (peer) state.counters["peer"] = pixels / time[1];
   }
   release(in);
   release(out);
 }
 
-std::string key(const Pair& p, const Frames& f) {
-  return p.name + " | " + p.in.name() + " to " + p.out.name() + " | " + f.kind;
+std::string key(const Pair& p, const Peer* peer, const Frames& f) {
+  return p.name + " | " + p.in.name() + " to " + p.out.name() + " | " + f.kind + " | " +
+         (peer ? peer->name : std::string("alone"));
 }
 
 class Collector : public benchmark::ConsoleReporter {
@@ -326,9 +329,14 @@ int main(int argc, char** argv) {
   Frames all_frames = frames(photos);
   const std::vector<Pair> all = pairs();
   for (const Pair& p : all) {
-    benchmark::RegisterBenchmark(key(p, all_frames).c_str(),
-                                 [&p, &all_frames](benchmark::State& st) { run(st, p, all_frames); })
-        ->Unit(benchmark::kMicrosecond);
+    std::vector<const Peer*> peers;
+    for (const Peer& peer : p.peers) peers.push_back(&peer);
+    if (peers.empty()) peers.push_back(nullptr);
+    for (const Peer* peer : peers) {
+      benchmark::RegisterBenchmark(key(p, peer, all_frames).c_str(),
+                                   [&p, peer, &all_frames](benchmark::State& st) { run(st, p, peer, all_frames); })
+          ->Unit(benchmark::kMicrosecond);
+    }
   }
   benchmark::Initialize(&count, args.data());
   if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
@@ -340,16 +348,19 @@ int main(int argc, char** argv) {
               "ratio = pix95 / peer)\n",
               level_name(pix::simd::active()), all_frames.kind.c_str());
   for (const Pair& p : all) {
-    const auto found = collector.rates.find(key(p, all_frames));
-    if (found == collector.rates.end()) continue;
-    const auto& sides = found->second;
-    const double us = sides.count("pix95") ? median(sides.at("pix95")) : 0;
     const std::string size = p.in.name() + ">" + p.out.name();
-    if (p.peers.empty()) std::printf("  %-16s %-19s pix95 %8.1f   (no peer)\n", p.name.c_str(), size.c_str(), us);
+    auto rate = [&](const Peer* peer, const char* side) {
+      const auto found = collector.rates.find(key(p, peer, all_frames));
+      return found == collector.rates.end() || !found->second.count(side) ? 0.0 : median(found->second.at(side));
+    };
+    if (p.peers.empty() && rate(nullptr, "pix95") > 0) {
+      std::printf("  %-16s %-19s pix95 %8.1f   (no peer)\n", p.name.c_str(), size.c_str(), rate(nullptr, "pix95"));
+    }
     for (const Peer& peer : p.peers) {
-      const double rate = sides.count(peer.name) ? median(sides.at(peer.name)) : 0;
+      const double us = rate(&peer, "pix95"), them = rate(&peer, "peer");
+      if (us == 0) continue;  // not run
       std::printf("  %-16s %-19s pix95 %8.1f   %-20s %8.1f   ratio %.2f\n", p.name.c_str(), size.c_str(), us,
-                  peer.name.c_str(), rate, rate > 0 ? us / rate : 0.0);
+                  peer.name.c_str(), them, them > 0 ? us / them : 0.0);
     }
   }
   return 0;
