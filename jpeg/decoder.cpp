@@ -10,6 +10,8 @@
 #include "decoder.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
 #include <vector>
 
@@ -27,7 +29,38 @@ namespace pix::jpeg {
 
 void DecoderState::drop_coefficients() noexcept {
   coefficients.reset();
-  capacity = decoded = 0;
+  capacity = decoded = cursor_block = cursor_at = 0;
+}
+
+// The natural bit of each zig-zag position (kZigZag is constant-initialised).
+static const std::array<uint64_t, 64> kBit = [] {
+  std::array<uint64_t, 64> bit{};
+  for (std::size_t k = 0; k < 64; ++k) bit[k] = uint64_t{1} << kZigZag[k];
+  return bit;
+}();
+
+uint64_t DecoderState::expand(uint64_t b, int16_t* out) noexcept {
+  // Copied rather than set: a fixed-size copy becomes a few vector stores,
+  // where a memset of 128 bytes may become a slow string instruction.
+  alignas(16) static constexpr int16_t kZeros[64] = {};
+  std::memcpy(out, kZeros, sizeof kZeros);
+  if (b >= decoded) return 0;
+  const uint64_t* maps = nonzero();
+  if (b != cursor_block) {
+    cursor_at = 0;
+    for (uint64_t i = 0; i < b; ++i) cursor_at += 1 + static_cast<uint64_t>(std::popcount(maps[i]));
+  }
+  const int16_t* term = coefficients.get() + cursor_at;
+  uint64_t natural = 0;
+  out[0] = *term++;
+  for (uint64_t map = maps[b]; map != 0; map &= map - 1) {
+    const auto k = static_cast<unsigned>(std::countr_zero(map));
+    out[kZigZag[k]] = *term++;
+    natural |= kBit[k];
+  }
+  cursor_block = b + 1;
+  cursor_at = static_cast<uint64_t>(term - coefficients.get());
+  return natural;
 }
 
 void DecoderState::release() noexcept {
@@ -182,12 +215,15 @@ class StripDecoder {
   }
 
  private:
-  // The next block of the store; blocks the Huffman pass did not reach are zeros.
+  // The next block of the store, expanded; blocks the Huffman pass did not
+  // reach are zeros.  The block stays put until kHeld - 1 more have been
+  // taken: the inverse DCT holds an MCU's blocks, or a run of grey blocks,
+  // together.
   const int16_t* next(uint64_t& nonzero) {
-    static const int16_t kZeros[64] = {};
-    const uint64_t b = st_.next_block++;
-    nonzero = b < st_.decoded ? st_.nonzero()[b] : 0;
-    return b < st_.decoded ? st_.coefficients.get() + b * 64 : kZeros;
+    int16_t* c = terms_[turn_].data();
+    turn_ = turn_ + 1 == terms_.size() ? 0 : turn_ + 1;
+    nonzero = st_.expand(st_.next_block++, c);
+    return c;
   }
 
   // The component's predictor plus the block's difference, 32-bit wrapping.
@@ -208,11 +244,11 @@ class StripDecoder {
     const kernels::IdctKernels& k = kernels::idct_kernels();
     const uint16_t* qy = st_.quant[0].data();
     const uint16_t* qc = st_.quant[1].data();
-    kernels::BlockIn in[16];
+    kernels::BlockIn in[kHeld];
     switch (layout_) {
       case Layout::grey:
         for (uint64_t col = 0; col < columns_;) {
-          const auto n = static_cast<std::size_t>(std::min<uint64_t>(16, columns_ - col));
+          const auto n = static_cast<std::size_t>(std::min<uint64_t>(kHeld, columns_ - col));
           for (std::size_t i = 0; i < n; ++i) in[i] = take(0);
           k.grey(in, n, qy, dst + col * 8, stride);
           col += n;
@@ -239,6 +275,9 @@ class StripDecoder {
   uint64_t columns_;
   uint64_t row_bytes_;
   std::vector<uint8_t> spare_;
+  static constexpr std::size_t kHeld = 16;  // the longest run row_into takes at once
+  alignas(64) std::array<std::array<int16_t, 64>, kHeld> terms_{};
+  unsigned turn_ = 0;
 };
 
 // The Huffman stage: the whole image at the first strip into the store.
@@ -256,6 +295,7 @@ uint32_t huffman_stage(DecoderState& st, Tjpeg& record, const Image& w, Layout l
     if (st.coefficients == nullptr) return report("PIX_image_malloc_a_strip", with_detail(code::out_of_memory, whole));
     st.capacity = blocks;
   }
+  st.cursor_block = st.cursor_at = 0;
   record.position = record.data;
   uint64_t length = record.length;
   if (const std::size_t capacity = capacity_of(record); capacity != 0) length = std::min<uint64_t>(length, capacity);

@@ -153,8 +153,8 @@ class StripCoder {
   StripCoder(EncoderState& st, const Geometry& g, Tjpeg& record)
       : st_(st), g_(g), record_(record), k_(kernels::block_kernels()) {
     const CodingTables& t = coding_tables();
-    dc_[kY] = t.dc_luma_diff.data(), dc_[kU] = dc_[kV] = t.dc_chroma_diff.data();
-    ac_[kY] = t.ac_luma.data(), ac_[kU] = ac_[kV] = t.ac_chroma.data();
+    dc_[kY] = t.dc_luma_put.data(), dc_[kU] = dc_[kV] = t.dc_chroma_put.data();
+    ac_[kY] = t.ac_luma_put.data(), ac_[kU] = ac_[kV] = t.ac_chroma_put.data();
     out_ = record.data;
     limit_ = limit();
     row_bytes_ = std::size_t{g.padded / 8} * (g.grey ? 1 : 2) * kernels::kMaxBlockBytes + 64;
@@ -202,13 +202,12 @@ class StripCoder {
 
  private:
   // A quantised block in zig-zag order; `nonzero` its mask of non-zero
-  // values (bit 0 for the DC itself), which the Huffman coder does not take
-  // yet.
-  void code_block(int16_t* zz, [[maybe_unused]] uint64_t nonzero, Component c) {
+  // values as the quantiser found them (the coder reads the AC bits only).
+  void code_block(int16_t* zz, uint64_t nonzero, Component c) {
     const int32_t dc = zz[0];
     zz[0] = static_cast<int16_t>(dc - st_.predictor[c]);
     st_.predictor[c] = dc;
-    out_ = kernels::encode_block(st_.writer, out_, zz, dc_[c], ac_[c]);
+    out_ = kernels::encode_block(st_.writer, out_, zz, nonzero, dc_[c], ac_[c]);
   }
 
   // The end of a buffer this library allocated; null for a caller's own,
@@ -234,8 +233,8 @@ class StripCoder {
   const Geometry& g_;
   Tjpeg& record_;
   const kernels::BlockKernels& k_;
-  const DcPattern* dc_[3];
-  const SymbolCode* ac_[3];
+  const SymbolPut* dc_[3];
+  const SymbolPut* ac_[3];
   uint8_t* out_;
   uint8_t* limit_;
   std::size_t row_bytes_;

@@ -22,11 +22,14 @@ struct HuffmanJob {
   uint64_t length;
   Layout layout;
   uint64_t mcu_columns, mcu_rows;
-  // 64 coefficients a block, natural order, the DC difference at 0; room
-  // for every block of the image.
+  // Per block, its DC difference and then its AC terms that are not zero,
+  // in zig-zag order, one block after another; room for 64 terms a block.
   int16_t* out;
-  // Per block, which of its AC coefficients (natural index) are not zero.
+  // Per block, which AC terms it holds: bit k for zig-zag position k.
   uint64_t* nonzero;
+  // Tests: every block read by the byte-at-a-time rules alone, as the
+  // reference the fast path is held against.
+  bool exact_only = false;
 };
 
 // Decodes every block of the image into `job.out`.  `decoded` counts the

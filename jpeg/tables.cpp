@@ -124,6 +124,13 @@ void derive_differences(const std::array<SymbolCode, 256>& dc, std::array<DcPatt
   }
 }
 
+void derive_puts(const std::array<SymbolCode, 256>& codes, std::array<SymbolPut, 256>& table) {
+  for (unsigned s = 0; s < 256; ++s) {
+    const unsigned c = s & 15;
+    table[s] = {codes[s].code << c, codes[s].length + c};
+  }
+}
+
 // Fills the entries of `table` (indexed by the next `width` bits) that start
 // with the symbol's code.  A symbol without a code, or with one longer than
 // the table looks ahead, fills nothing.
@@ -224,10 +231,14 @@ void derive_symbol_codes(const Tjpeg& record, bool colour) noexcept {
   derive_slot(record, kDcLuma, t.dc_luma);
   derive_slot(record, kAcLuma, t.ac_luma);
   derive_differences(t.dc_luma, t.dc_luma_diff, t.dc_luma_diff_from);
+  derive_puts(t.dc_luma, t.dc_luma_put);
+  derive_puts(t.ac_luma, t.ac_luma_put);
   if (!colour) return;
   derive_slot(record, kDcChroma, t.dc_chroma);
   derive_slot(record, kAcChroma, t.ac_chroma);
   derive_differences(t.dc_chroma, t.dc_chroma_diff, t.dc_chroma_diff_from);
+  derive_puts(t.dc_chroma, t.dc_chroma_put);
+  derive_puts(t.ac_chroma, t.ac_chroma_put);
 }
 
 void derive_decode_tables(bool colour) {

@@ -38,6 +38,13 @@ struct DcPattern {
   uint16_t length = 0;
   uint32_t bits = 0;
 };
+// A symbol's code as the encoder puts it: shifted left by the symbol's
+// category c (its low 4 bits), with its length plus c, so that the
+// category's extra bits OR-ed into `code` make a single value.
+struct SymbolPut {
+  uint32_t code = 0;
+  uint32_t length = 0;
+};
 // What the next bits of a stream start with: run and category of a code
 // (category kNoCode: none matches) and the code's length.
 struct Lookahead {
@@ -61,6 +68,8 @@ struct CodingTables {
   std::array<SymbolCode, 256> dc_luma{}, dc_chroma{}, ac_luma{}, ac_chroma{};
   // Indexed by difference + 2047.
   std::array<DcPattern, 2 * kMaxDcDifference + 1> dc_luma_diff{}, dc_chroma_diff{};
+  // The encoder's form of the symbol codes.
+  std::array<SymbolPut, 256> dc_luma_put{}, dc_chroma_put{}, ac_luma_put{}, ac_chroma_put{};
   std::array<Lookahead, 1 << kDcLumaBits> dc_luma_ahead{};
   std::array<Lookahead, 1 << kDcChromaBits> dc_chroma_ahead{};
   // 65536 entries each, made at the first generation of decoding tables.

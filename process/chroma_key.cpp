@@ -34,10 +34,24 @@ constexpr uint16_t kSoftEdges = 1;
 struct ChromaKeyState final : Releasable {
   stage::Progress key, calibrate;
   double hue_sum = 0, luma_sum = 0;  // the luma sum is measured but nothing uses it
+  // The hue bounds as (U, V) bits for the vector kernels, built for the
+  // last bounds keyed with.  The hue table's entries never change (every
+  // generation computes the same hues), so the bounds alone name the bits.
+  std::array<uint8_t, k::kKeyedUvBytes> keyed_uv{};
+  int16_t keyed_lo = 0, keyed_hi = 0;
+  bool keyed_built = false;
 
   void release() noexcept override {
     key = calibrate = {};
     hue_sum = luma_sum = 0;
+    keyed_built = false;
+  }
+  const uint8_t* keyed_bits(const uint16_t* hue, k::KeyRange r) {
+    if (!keyed_built || r.hue_lo != keyed_lo || r.hue_hi != keyed_hi) {
+      k::build_keyed_uv(hue, r, keyed_uv.data());
+      keyed_lo = r.hue_lo, keyed_hi = r.hue_hi, keyed_built = true;
+    }
+    return keyed_uv.data();
   }
 };
 ChromaKeyState& chroma_key_state() noexcept {
@@ -115,25 +129,28 @@ uint32_t key_1_strip(uint32_t in, uint32_t out, uint32_t background, uint16_t co
   // Kept: an unknown colour is reported, and keying goes on with the bytes
   // of the code that came back (Y 0, U 0, V 0x17).
   const uint32_t yuv = PIX_CK_get_YUV_values(colour);
-  const k::KeySettings settings{key_range(*ck), hue_table(),
-                                {static_cast<uint8_t>(yuv), static_cast<uint8_t>(yuv >> 8),
-                                 static_cast<uint8_t>(yuv >> 16)}};
+  k::KeySettings settings{key_range(*ck), hue_table(),
+                          {static_cast<uint8_t>(yuv), static_cast<uint8_t>(yuv >> 8), static_cast<uint8_t>(yuv >> 16)}};
   const Image& dst = *find_image(out);
   const uint64_t n = std::min(pairs, strip_bytes(dst) / 4);
   if (n == 0 || dst.data == nullptr) return 0;
   const uint8_t* bg = background != 0 ? find_image(background)->data : nullptr;
+  if (edge_mode == kHardEdges || edge_mode == kSoftEdges) {
+    settings.keyed_uv = chroma_key_state().keyed_bits(settings.hue, settings.range);
+  }
+  const k::KeyKernels& rows = k::key_kernels();
   k::KeyCarry carry;  // no pair before the strip counts as keyed
   switch (edge_mode) {
     case kHardEdges:
-      k::key_hard_row(src.data, bg, dst.data, static_cast<std::size_t>(n), settings, carry);
+      rows.hard(src.data, bg, dst.data, static_cast<std::size_t>(n), settings, carry);
       break;
     case kSoftEdges: {
       // The first line of each strip is keyed with hard edges (its pairs
       // before have gone with the previous strip), yet it sets the flag the
       // next line starts from; the flag is not reset at line ends.
       const uint64_t first = std::min<uint64_t>(src.width / 2, n);
-      k::key_hard_row(src.data, bg, dst.data, static_cast<std::size_t>(first), settings, carry);
-      k::key_soft_row(src.data + 4 * first, bg != nullptr ? bg + 4 * first : nullptr, dst.data + 4 * first,
+      rows.hard(src.data, bg, dst.data, static_cast<std::size_t>(first), settings, carry);
+      rows.soft(src.data + 4 * first, bg != nullptr ? bg + 4 * first : nullptr, dst.data + 4 * first,
                       static_cast<std::size_t>(n - first), settings, carry);
       break;
     }

@@ -331,14 +331,16 @@ PIX_API uint32_t PIX_CALL PIX_SPL_YUV422_to_RGB_pseudo_colour(uint32_t in, uint3
   return stage::run(
       kYuvPseudo, field_state().yuv_pseudo, in, out, command,
       [](const Image& src) { return accept_only<PIX_YUV422>(src, kYuvPseudo.name); },
-      [=] { return map_padded(in, out, kYuvPseudoWorker, 4, 6, find_image(in)->width / 2, k::yuv422_pseudo_row); });
+      [=] {
+        return map_padded(in, out, kYuvPseudoWorker, 4, 6, find_image(in)->width / 2, k::pseudo_kernels().yuv422);
+      });
 }
 
 PIX_API uint32_t PIX_CALL PIX_SPL_HSI_to_RGB_pseudo_colour(uint32_t in, uint32_t out, uint16_t command) {
   return stage::run(
       kHsiPseudo, field_state().hsi_pseudo, in, out, command,
       [](const Image& src) { return accept_only<PIX_HSI>(src, kHsiPseudo.name); },
-      [=] { return map_padded(in, out, kHsiPseudoWorker, 4, 3, find_image(in)->width, k::hsi_pseudo_row); });
+      [=] { return map_padded(in, out, kHsiPseudoWorker, 4, 3, find_image(in)->width, k::pseudo_kernels().hsi); });
 }
 
 PIX_API uint32_t PIX_CALL PIX_SPL_Y8_to_pseudo_colour(uint32_t in, uint32_t out, uint32_t /*unused*/,
@@ -348,7 +350,7 @@ PIX_API uint32_t PIX_CALL PIX_SPL_Y8_to_pseudo_colour(uint32_t in, uint32_t out,
       [](const Image& src) {
         return src.format == PIX_Y8 ? 0u : stage::unsupported_format(kY8Pseudo.name, "Image format must be PIX_Y8");
       },
-      [=] { return map_padded(in, out, kY8PseudoWorker, 1, 2, find_image(in)->width, k::y8_pseudo_row); });
+      [=] { return map_padded(in, out, kY8PseudoWorker, 1, 2, find_image(in)->width, k::pseudo_kernels().y8); });
 }
 
 }  // extern "C"

@@ -119,7 +119,7 @@ uint32_t filter_1_strip(uint32_t in, uint32_t out, const k::Filter3x3& f, uint32
   auto filter_line = [&](const uint8_t* a, const uint8_t* c, const uint8_t* b) {
     if (pos < cap) {
       uint8_t* d = dst.data + pos * out_stride;
-      k::filter_3x3_row(a, c, b, d, static_cast<std::size_t>(pixels), channels, f);
+      k::filter_kernels().filter(a, c, b, d, static_cast<std::size_t>(pixels), channels, f);
       // The padding comes along with the centre line.
       std::memcpy(d + pixel_bytes, c + pixel_bytes, static_cast<std::size_t>(line - pixel_bytes));
     }
@@ -182,8 +182,9 @@ uint32_t threshold_1_strip(uint32_t in, uint32_t out, uint8_t upper, uint8_t low
   if (uint32_t r = stage::begin_worker(src, out, kThresholdWorker); is_error(r)) return r;
   const Image& dst = *find_image(out);
   const uint64_t step = lines::odd_width(src, 1);
+  const k::ThresholdRow row = k::filter_kernels().threshold;
   lines::map(lines::source(src, step), 1, lines::target(dst, lines::odd_width(dst, 1)), 1, step, src.lines_this_strip,
-             [=](const uint8_t* s, uint8_t* d, std::size_t n) { k::threshold_row(s, d, n, upper, lower); });
+             [=](const uint8_t* s, uint8_t* d, std::size_t n) { row(s, d, n, upper, lower); });
   return 0;
 }
 

@@ -9,6 +9,7 @@
 #include <tuple>
 #include <utility>
 
+#include "core/simd.h"
 #include "jpeg/kernels/encode.h"
 #include "jpeg_reference.h"
 #include "test_support.h"
@@ -96,6 +97,8 @@ std::array<jpegref::Codes, 4> codes() {
   return {jpegref::codes_of(t, 0), jpegref::codes_of(t, 1), jpegref::codes_of(t, 2), jpegref::codes_of(t, 3)};
 }
 
+constexpr pix::simd::Level kLevels[] = {pix::simd::Level::sse2, pix::simd::Level::avx2, pix::simd::Level::avx512};
+
 TEST(JpegEncoderKernels, BlocksCodeAsTheReferenceCodesThem) {
   std::vector<Block> blocks;
   for (int d = -2047; d <= 2047; ++d) blocks.push_back({}), blocks.back()[0] = static_cast<int16_t>(d);
@@ -103,26 +106,64 @@ TEST(JpegEncoderKernels, BlocksCodeAsTheReferenceCodesThem) {
     for (int cat = 1; cat <= 10; ++cat)
       for (int v : {1 << (cat - 1), (1 << cat) - 1, -(1 << (cat - 1)), 1 - (1 << cat)})
         blocks.push_back({}), blocks.back()[i] = static_cast<int16_t>(v);
+  // Random blocks from full to 1 value in 64 (runs of 16 zeros, several a block).
   std::mt19937 rng(3);
-  for (int n = 0; n < 2000; ++n) {
+  for (int n = 0; n < 6000; ++n) {
+    const int keep = std::array{64, 48, 32, 16, 4, 1}[n % 6];
     blocks.push_back({});
-    for (auto& v : blocks.back()) v = static_cast<int>(rng() % 4) < n % 4 ? 0 : static_cast<int16_t>(rng() % 2047 - 1023);
+    for (auto& v : blocks.back()) v = static_cast<int>(rng() % 64) < keep ? static_cast<int16_t>(rng() % 2047 - 1023) : 0;
+    blocks.back()[0] = static_cast<int16_t>(rng() % 4095 - 2047);
   }
   const auto ref_codes = codes();  // derives the library's tables too
   const auto& tables = pix::jpeg::coding_tables();
-  for (bool chroma : {false, true}) {
-    Bytes out(blocks.size() * k::kMaxBlockBytes + 16);
-    k::BitWriter w;
-    jpegref::Writer ref;
-    uint8_t* end = out.data();
-    for (const Block& b : blocks) {
-      end = k::encode_block(w, end, b.data(), (chroma ? tables.dc_chroma_diff : tables.dc_luma_diff).data(),
-                            (chroma ? tables.ac_chroma : tables.ac_luma).data());
-      ref.block(b, ref_codes[chroma], ref_codes[2 + chroma]);
+  // The coders: the active level's, one given a mask (bit 0 set: it must not
+  // be read), each level's.
+  std::vector<k::EncodeBlock> coders = {k::encode_block, [](k::BitWriter& w, uint8_t* out, const int16_t* zz, auto dc,
+                                                            auto ac) noexcept {
+    return k::encode_block(w, out, zz, k::nonzero_mask_scalar(zz) | 1, dc, ac);
+  }};
+  for (auto l : kLevels) if (pix::simd::supports(l) && k::encode_block_simd(l)) coders.push_back(k::encode_block_simd(l));
+  for (int c = 0; const k::EncodeBlock coder : coders) {
+    for (bool chroma : {false, true}) {
+      // A writer holding bits first (a whole word of them or not); strips end
+      // (whole words out) at random blocks.
+      std::mt19937_64 bits(chroma);
+      const int count = chroma ? 45 : 13;
+      k::BitWriter w{bits(), count};
+      jpegref::Writer ref;
+      for (int i = count - 1; i >= 0; --i) ref.put(1, w.bits >> i & 1);
+      Bytes out(blocks.size() * k::kMaxBlockBytes + 16);
+      uint8_t* end = out.data();
+      for (const Block& b : blocks) {
+        end = coder(w, end, b.data(), (chroma ? tables.dc_chroma_put : tables.dc_luma_put).data(),
+                    (chroma ? tables.ac_chroma_put : tables.ac_luma_put).data());
+        if (bits() % 16 == 0) end = k::emit_words(w, end);
+        ref.block(b, ref_codes[chroma], ref_codes[2 + chroma]);
+      }
+      out.resize(static_cast<std::size_t>(k::finish(w, end) - out.data()));
+      EXPECT_EQ(jpegref::difference(out, ref.bytes(false)), "") << "coder " << c << ' ' << chroma;
+      EXPECT_GT(std::count(out.begin(), out.end(), 0xFF), 100);  // stuffing was exercised
     }
-    out.resize(static_cast<std::size_t>(k::finish(w, end) - out.data()));
-    EXPECT_EQ(jpegref::difference(out, ref.bytes(false)), "") << chroma;
-    EXPECT_GT(std::count(out.begin(), out.end(), 0xFF), 100);  // stuffing was exercised
+    ++c;
+  }
+}
+
+// The mask kernels on any 16-bit values, a value or a byte of it often 0.
+TEST(JpegEncoderKernels, NonZeroMasksMarkEveryNonZeroValueAtEveryLevel) {
+  std::mt19937 rng(11);
+  for (int n = 0; n < 20000; ++n) {
+    Block b;
+    uint64_t want = 0;
+    for (int i = 0; i < 64; ++i) {
+      const uint32_t r = rng();
+      b[i] = static_cast<int16_t>(r % 4 == 0 ? 0 : r % 4 == 1 ? (r >> 8) & 0xFF00 : r % 4 == 2 ? (r >> 8) & 0xFF : r >> 16);
+      want |= uint64_t{b[i] != 0} << i;
+    }
+    ASSERT_EQ(k::nonzero_mask_scalar(b.data()), want) << n;
+    for (auto l : kLevels) {
+      const k::NonzeroMask mask = pix::simd::supports(l) ? k::nonzero_mask_simd(l) : nullptr;
+      ASSERT_EQ(mask ? mask(b.data()) : want, want) << n << ' ' << int(l);
+    }
   }
 }
 

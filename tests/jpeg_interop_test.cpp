@@ -5,6 +5,9 @@
 // runs with -nosmooth (chroma repeated, as ours); Pillow interpolates chroma,
 // so our decode is compared with it after the same interpolation.
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
 #include <cstring>
 #include <sstream>
 #include <tuple>
@@ -256,6 +259,67 @@ TEST_F(JpegInterop, StreamsWithSegmentsWeDoNotTakeAreRefused) {
     expect_report(PIX_JPEG_file_read(jpeg), "PIX_JPEG_file_read", code, message);
     PIX_JPEG_file_close(jpeg);
   }
+}
+
+// The SIMD paths against the scalar reference: every byte the encoder
+// writes and every sample (and status) the decoder gives, over the
+// photographs, the card and damaged streams, in this process at the best
+// level and again in a run of this program capped at scalar
+// (PIX95_SIMD=scalar), which leaves its digest where it is told to.
+uint64_t coded_digest() {
+  uint64_t h = 1469598103934665603ull;
+  const auto mix = [&h](const uint8_t* p, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 1099511628211ull;
+  };
+  const auto mix_value = [&](uint32_t v) { mix(reinterpret_cast<const uint8_t*>(&v), sizeof v); };
+  std::mt19937 rng(11);
+  for (const Picture& p : pictures()) {
+    for (const bool grey : {true, false}) {
+      for (const uint16_t q : {32, 80}) {
+        const std::string path = io::scratch_path(p.name + "-digest.jpg");
+        mix_value(write_jpeg(grey ? grey_of(p) : p.rgb, grey ? PIX_Y8 : PIX_RGB24, p.width, p.height, q, 16, path));
+        const Bytes file = io::read_file(path);
+        mix(file.data(), file.size());
+        // The stream as written, then damaged: bytes changed, an EOI or a
+        // stray 0xFF put in, cut short.
+        for (int damage = 0; damage < 6; ++damage) {
+          Bytes d = file;
+          const std::size_t at = 700 + rng() % (d.size() - 800);
+          if (damage == 1 || damage == 2) d[at] ^= static_cast<uint8_t>(1 + rng() % 255);
+          if (damage == 3) d.insert(d.begin() + static_cast<std::ptrdiff_t>(at), {0xFF, 0xD9});
+          if (damage == 4) d[at] = 0xFF;
+          if (damage == 5) d.resize(at);
+          io::write_file(path, d);
+          for (const bool yuv : {false, true}) {
+            uint32_t result = 0;
+            const Bytes samples = our_decode(path, p.width, p.height, result, yuv);
+            mix_value(result);
+            mix(samples.data(), samples.size());
+          }
+        }
+      }
+    }
+  }
+  return h;
+}
+
+TEST_F(JpegInterop, EveryLevelCodesAndDecodesAsTheScalarKernels) {
+  ASSERT_EQ(pictures().size(), 3u) << "the photographs could not be fetched";
+  const uint64_t here = coded_digest();
+  if (const char* out = std::getenv("PIX95_DIGEST_OUT")) {
+    io::write_file(out, Bytes(reinterpret_cast<const uint8_t*>(&here), reinterpret_cast<const uint8_t*>(&here + 1)));
+    return;
+  }
+  const std::string file = io::scratch_path("scalar.digest");
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+  ASSERT_EQ(io::run("PIX95_SIMD=scalar PIX95_DIGEST_OUT='" + file + "' '" + self + "' "
+                    "--gtest_filter=JpegInterop.EveryLevelCodesAndDecodesAsTheScalarKernels > /dev/null"),
+            0);
+  const Bytes scalar = io::read_file(file);
+  ASSERT_EQ(scalar.size(), sizeof here);
+  uint64_t reference = 0;
+  std::memcpy(&reference, scalar.data(), sizeof reference);
+  EXPECT_EQ(here, reference);
 }
 
 }  // namespace

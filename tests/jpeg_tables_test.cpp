@@ -82,8 +82,8 @@ TEST_F(JpegTables, QualityAndQuantisationFactorsSetTheScaleOrAreRefused) {
   EXPECT_EQ(PIX_JPEG_set_Quality_factor(plain, 10), 0x10010000u);
 }
 
-// Every symbol's code, every DC difference and every lookahead entry of
-// the default tables, luminance and chrominance.
+// Every symbol's code (and the encoder's form of it), every DC difference
+// and every lookahead entry of the default tables, luminance and chrominance.
 TEST_F(JpegTables, DefaultTablesDeriveTheStandardCodesEverywhere) {
   const uint32_t colour = jpeg(PIX_YUV422);
   ASSERT_EQ(PIX_JPEG_set_default_H_tables(colour) | PIX_JPEG_generate_H_codetable_LUTs(colour) |
@@ -93,12 +93,16 @@ TEST_F(JpegTables, DefaultTablesDeriveTheStandardCodesEverywhere) {
   EXPECT_EQ(std::vector<int>(r.table_ids, r.table_ids + 5), (std::vector<int>{0x00, 0x01, 0x10, 0x11, 255}));
   const auto& t = coding_tables();
   const std::array<pix::jpeg::SymbolCode, 256>* symbols[4] = {&t.dc_luma, &t.dc_chroma, &t.ac_luma, &t.ac_chroma};
+  const std::array<pix::jpeg::SymbolPut, 256>* puts[4] = {&t.dc_luma_put, &t.dc_chroma_put, &t.ac_luma_put, &t.ac_chroma_put};
   const pix::jpeg::Lookahead* ahead[4] = {t.dc_luma_ahead.data(), t.dc_chroma_ahead.data(), t.ac_luma_ahead.data(), t.ac_chroma_ahead.data()};
   for (int slot = 0; slot < 4; ++slot) {
     const jpegref::Codes codes = jpegref::codes_of(r, slot);
     ASSERT_EQ(std::count_if(codes.begin(), codes.end(), [](const auto& c) { return c.first != 0; }), slot < 2 ? 12 : 162);
     for (int s = 0; s < 256; ++s)
       EXPECT_EQ(codes[s].first ? std::make_pair(int{(*symbols[slot])[s].length}, (*symbols[slot])[s].code) : codes[s], codes[s]) << slot << ' ' << s;
+    for (unsigned s = 0; s < 256; ++s)  // the encoder's form: shifted by the category, the length with it
+      EXPECT_EQ(std::make_pair((*puts[slot])[s].code, (*puts[slot])[s].length),
+                std::make_pair((*symbols[slot])[s].code << s % 16, (*symbols[slot])[s].length + s % 16u)) << slot << ' ' << s;
     // Lookahead: the entry of every bit string is the code it starts with.
     const int width = slot == 0 ? 9 : slot == 1 ? 11 : 16;
     for (uint32_t v = 0; v < (1u << width); ++v) {
@@ -163,6 +167,7 @@ TEST_F(JpegTables, DerivedTablesFollowEveryChangeOfCodes) {
       const bool changed = h == other;
       EXPECT_EQ(t.dc_luma_ahead[0].length, changed ? 3 : 2);
       EXPECT_EQ(t.dc_luma_diff[2047].length, changed ? 3 : 2);
+      EXPECT_EQ(t.dc_luma_put[0].length, changed ? 3u : 2u);
       EXPECT_EQ(t.ac_luma_ahead[0].category, changed ? 2 : 1);
     }
   }

@@ -18,11 +18,7 @@ class Fields : public pixtest::LibraryTest {
  protected:
   std::mt19937 rng{61};
   uint32_t picture(uint16_t format, uint32_t w, uint32_t h, uint32_t align = 2) {
-    const uint32_t img = pixtest::make_image(format, w, h, h);
-    pixtest::set_parameters(img, {{PIX_LINE_ALIGN, align}});
-    EXPECT_EQ(PIX_image_malloc_a_strip(img), 0u);
-    for (uint64_t i = 0; i < pix::strip_bytes(rec(img)); ++i) rec(img).data[i] = static_cast<uint8_t>(rng());
-    return img;
+    return pixtest::random_image(format, w, h, align, rng);
   }
   // A strip image holding lines [from, from + n) of `whole` (room for `lines`).
   static void load(uint32_t strip, uint32_t whole, uint32_t from, uint32_t lines) {

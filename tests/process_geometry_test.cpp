@@ -30,13 +30,8 @@ unsigned mix(unsigned near, unsigned far, unsigned f) { return near * (256 - f) 
 class Geometry : public pixtest::LibraryTest {
  protected:
   std::mt19937 rng{95};
-  // A random whole image (one strip), lines padded to `align`.
   uint32_t picture(uint16_t format, uint32_t w, uint32_t h, uint32_t align = 4) {
-    const uint32_t img = pixtest::make_image(format, w, h, h);
-    pixtest::set_parameters(img, {{PIX_LINE_ALIGN, align}});
-    EXPECT_EQ(PIX_image_malloc_a_strip(img), 0u);
-    for (uint64_t i = 0; i < pix::strip_bytes(rec(img)); ++i) rec(img).data[i] = static_cast<uint8_t>(rng());
-    return img;
+    return pixtest::random_image(format, w, h, align, rng);
   }
   // Runs `op` over `whole` cut into strips of `lines`: the output strips joined, and each one's lines.
   static Bytes in_strips(uint32_t whole, uint32_t lines, const Op& op, std::vector<uint32_t>* made = nullptr) {

@@ -49,6 +49,16 @@ uint32_t make_image(uint16_t format, uint32_t width, uint32_t height, uint32_t l
   return h;
 }
 
+uint32_t random_image(uint16_t format, uint32_t width, uint32_t height, uint32_t align, std::mt19937& random) {
+  const uint32_t img = make_image(format, width, height, height);
+  set_parameters(img, {{PIX_LINE_ALIGN, align}});
+  EXPECT_EQ(PIX_image_malloc_a_strip(img), 0u);
+  auto* data = static_cast<uint8_t*>(PIX_image_get_ptr(img, PIX_PTR_DATA));
+  const uint64_t bytes = uint64_t{PIX_image_get_parameter(img, PIX_BYTES_PER_LINE)} * height;
+  for (uint64_t i = 0; data != nullptr && i < bytes; ++i) data[i] = static_cast<uint8_t>(random());
+  return img;
+}
+
 void set_parameters(uint32_t handle, std::initializer_list<std::pair<uint16_t, uint32_t>> values) {
   for (const auto& [id, value] : values) PIX_image_set_parameter(handle, id, value);
 }

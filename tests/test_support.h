@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -37,5 +38,9 @@ uint32_t make_image(uint16_t format, uint32_t width, uint32_t height, uint32_t l
 
 // Sets parameters of an image, in the order given.
 void set_parameters(uint32_t handle, std::initializer_list<std::pair<uint16_t, uint32_t>> values);
+
+// A whole image (one strip of its height) of random bytes from `random`,
+// lines aligned to `align`.
+uint32_t random_image(uint16_t format, uint32_t width, uint32_t height, uint32_t align, std::mt19937& random);
 
 }  // namespace pixtest

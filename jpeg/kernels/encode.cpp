@@ -2,6 +2,7 @@
 // this processor runs.
 #include "encode.h"
 
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -53,11 +54,6 @@ PIX95_INLINE void fdct_pass(int16_t* b) {
 // ---------------------------------------------------------------------------
 // Huffman coding.
 
-PIX95_INLINE bool has_ff_byte(uint64_t word) {
-  const uint64_t x = ~word;
-  return ((x - 0x0101010101010101ull) & ~x & 0x8080808080808080ull) != 0;
-}
-
 // `bytes` bytes of `word`, top first, 0xFF followed by 0x00.
 PIX95_INLINE uint8_t* stuffed(uint8_t* out, uint64_t word, int bytes) {
   for (int s = 8 * (bytes - 1); s >= 0; s -= 8) {
@@ -68,18 +64,10 @@ PIX95_INLINE uint8_t* stuffed(uint8_t* out, uint64_t word, int bytes) {
   return out;
 }
 
-// Two words at once; the fast path for the usual case of no 0xFF byte.
-PIX95_INLINE uint8_t* emit64(uint8_t* out, uint64_t word) {
-  if (has_ff_byte(word)) return stuffed(out, word, 8);
-  if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
-  std::memcpy(out, &word, 8);
-  return out + 8;
-}
-
 // Bit k set for each non-zero zz[k], four values a 64-bit word: the top bit
 // of each 16-bit lane tells a non-zero lane, and one multiplication gathers
 // the four top bits (their products land on distinct bits, so nothing carries).
-PIX95_INLINE uint64_t nonzero_mask(const int16_t* zz) {
+PIX95_INLINE uint64_t mask_scalar(const int16_t* zz) {
   uint64_t mask = 0;
   for (int i = 0; i < 16; ++i) {
     uint64_t w = 0;
@@ -94,24 +82,98 @@ PIX95_INLINE uint64_t nonzero_mask(const int16_t* zz) {
   return mask;
 }
 
+#if PIX95_X86
+// Saturating packs keep every non-zero value non-zero, so bytes equal to 0
+// mark the zero values.
+PIX95_SSE2 PIX95_INLINE uint64_t mask_sse2(const int16_t* zz) {
+  uint64_t zeros = 0;
+  for (int i = 0; i < 4; ++i) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(zz + 16 * i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(zz + 16 * i + 8));
+    const __m128i packed = _mm_packs_epi16(a, b);
+    const auto m = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(packed, _mm_setzero_si128())));
+    zeros |= uint64_t{m} << (16 * i);
+  }
+  return ~zeros;
+}
+#endif
+
+// A word with a 0xFF byte: rare, out of line.
+[[gnu::noinline, gnu::cold]] uint8_t* stuffed_word(uint8_t* out, uint32_t word) { return stuffed(out, word, 4); }
+
 // The writer in registers while a block is coded (stores through `out`
-// could otherwise alias it).
+// could otherwise alias it).  Fewer than 32 bits stay pending after a put:
+// each put stores the next word whether it is whole or not and moves past it
+// only when it is, so no branch depends on the data but the rare 0xFF byte
+// (a branch on whole words, taken at random every 32 to 64 bits, costs more
+// than the few operations it saves).
 struct Pending {
   uint64_t bits;
   int count;
   // Appends the low n bits of `value` (n <= 32, no bits above n set).
   PIX95_INLINE void put(uint8_t*& out, uint32_t value, int n) {
-    if (count + n < 64) {
-      bits = (bits << n) | value;
-      count += n;
-      return;
+    bits = (bits << n) | value;
+    count += n;
+    const auto word = static_cast<uint32_t>(bits >> (count & 31));  // the whole word when count >= 32
+    const auto whole = static_cast<uint32_t>(count >> 5);
+    const uint32_t big = std::endian::native == std::endian::little ? __builtin_bswap32(word) : word;
+    std::memcpy(out, &big, 4);
+    const uint32_t x = ~word;  // 0xFF bytes of the word are 0 bytes of x
+    if (((x - 0x01010101u) & word & 0x80808080u & -whole) != 0) [[unlikely]] {
+      out = stuffed_word(out, word);
+    } else {
+      out += 4 * whole;
     }
-    const int room = 64 - count;  // 1..32, since count >= 32 here
-    out = emit64(out, (bits << room) | (uint64_t{value} >> (n - room)));
-    bits = value;
-    count = n - room;
+    count &= 31;
   }
 };
+
+// The extra bits and category of every value -2048..2047, indexed by its
+// low 12 bits; negative values put their low bits less one.
+struct ValueBits {
+  uint16_t extra;
+  uint16_t category;
+};
+constexpr auto kValueBits = [] {
+  std::array<ValueBits, 4096> t{};
+  for (int v = -2048; v < 2048; ++v) {
+    const auto c = static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(v < 0 ? -v : v)));
+    const uint32_t extra = static_cast<uint32_t>(v < 0 ? v - 1 : v) & ((uint32_t{1} << c) - 1);
+    t[static_cast<uint32_t>(v) & 4095] = {static_cast<uint16_t>(extra), static_cast<uint16_t>(c)};
+  }
+  return t;
+}();
+
+// Value v and the code of symbol `symbol` + its category, as one put.
+PIX95_INLINE void put_value(Pending& p, uint8_t*& out, const SymbolPut* put, std::size_t symbol, int32_t v) {
+  const ValueBits vb = kValueBits[static_cast<uint32_t>(v) & 4095];
+  const SymbolPut s = put[symbol + vb.category];
+  p.put(out, s.code | vb.extra, static_cast<int>(s.length));
+}
+
+// One block: the DC difference, then the AC values that `mask` marks non-zero
+// (bit k for zz[k]; bit 0 is not read); zeros only lengthen the run.
+PIX95_INLINE uint8_t* code_block(BitWriter& w, uint8_t* out, const int16_t* zz, uint64_t mask, const SymbolPut* dc,
+                                 const SymbolPut* ac) {
+  Pending p{w.bits, w.count};
+  if (p.count >= 32) [[unlikely]] p.put(out, 0, 0);  // a whole word left pending goes out first
+  put_value(p, out, dc, 0, zz[0]);
+  // Bit i of `rest` stands for the value after `at` + i: its count of
+  // trailing zeros is the run before the next value.
+  const int16_t* at = zz;
+  for (uint64_t rest = mask >> 1; rest != 0;) {
+    auto run = static_cast<std::size_t>(std::countr_zero(rest));  // at most 62
+    rest >>= run + 1;
+    at += run + 1;
+    if (run >= 16) [[unlikely]] {
+      for (; run >= 16; run -= 16) p.put(out, ac[0xF0].code, static_cast<int>(ac[0xF0].length));
+    }
+    put_value(p, out, ac, run * 16, *at);
+  }
+  if (mask >> 63 == 0) p.put(out, ac[0].code, static_cast<int>(ac[0].length));  // no end of block after coefficient 63
+  w = {p.bits, p.count};
+  return out;
+}
 
 }  // namespace
 
@@ -211,28 +273,52 @@ const BlockKernels& block_kernels() noexcept {
   return chosen;
 }
 
-uint8_t* encode_block(BitWriter& w, uint8_t* out, const int16_t* zz, const DcPattern* dc,
-                      const SymbolCode* ac) noexcept {
-  Pending p{w.bits, w.count};
-  const DcPattern d = dc[zz[0] + kMaxDcDifference];
-  p.put(out, static_cast<uint32_t>(uint64_t{d.bits} >> (32 - d.length)), d.length);
-  // AC values by a mask of the non-zero ones; zeros only lengthen the run.
-  const uint64_t nonzero = nonzero_mask(zz) & ~uint64_t{1};
-  int last = 0;
-  for (uint64_t rest = nonzero; rest != 0; rest &= rest - 1) {
-    const int k = std::countr_zero(rest);
-    int run = k - last - 1;
-    for (; run >= 16; run -= 16) p.put(out, ac[0xF0].code, ac[0xF0].length);
-    const int32_t v = zz[k];
-    const int cat = std::bit_width(static_cast<uint32_t>(v < 0 ? -v : v));
-    const uint32_t extra = static_cast<uint32_t>(v < 0 ? v - 1 : v) & ((uint32_t{1} << cat) - 1);
-    const SymbolCode s = ac[run * 16 + cat];
-    p.put(out, (s.code << cat) | extra, s.length + cat);
-    last = k;
-  }
-  if (last != 63) p.put(out, ac[0].code, ac[0].length);  // no end of block after coefficient 63
-  w = {p.bits, p.count};
-  return out;
+uint64_t nonzero_mask_scalar(const int16_t* zz) noexcept { return mask_scalar(zz); }
+
+namespace {
+#if PIX95_X86
+// The SSE2 mask is all a level needs: the wider ones measured no faster (the
+// mask is a few instructions of a block's hundreds).
+PIX95_SSE2 uint64_t nonzero_mask_sse2(const int16_t* zz) noexcept { return mask_sse2(zz); }
+// The whole coder with that mask inlined.
+PIX95_SSE2 uint8_t* encode_sse2(BitWriter& w, uint8_t* out, const int16_t* zz, const SymbolPut* dc,
+                                const SymbolPut* ac) noexcept {
+  return code_block(w, out, zz, mask_sse2(zz), dc, ac);
+}
+#endif
+
+uint8_t* encode_block_scalar(BitWriter& w, uint8_t* out, const int16_t* zz, const SymbolPut* dc,
+                             const SymbolPut* ac) noexcept {
+  return code_block(w, out, zz, mask_scalar(zz), dc, ac);
+}
+}  // namespace
+
+NonzeroMask nonzero_mask_simd([[maybe_unused]] simd::Level level) noexcept {
+#if PIX95_X86
+  if (level != simd::Level::scalar) return nonzero_mask_sse2;
+#endif
+  return nullptr;
+}
+
+EncodeBlock encode_block_simd([[maybe_unused]] simd::Level level) noexcept {
+#if PIX95_X86
+  if (level != simd::Level::scalar) return encode_sse2;
+#endif
+  return nullptr;
+}
+
+uint8_t* encode_block(BitWriter& w, uint8_t* out, const int16_t* zz, uint64_t mask, const SymbolPut* dc,
+                      const SymbolPut* ac) noexcept {
+  return code_block(w, out, zz, mask, dc, ac);
+}
+
+uint8_t* encode_block(BitWriter& w, uint8_t* out, const int16_t* zz, const SymbolPut* dc,
+                      const SymbolPut* ac) noexcept {
+  static const EncodeBlock chosen = [] {
+    const EncodeBlock simd = encode_block_simd(simd::active());
+    return simd != nullptr ? simd : encode_block_scalar;
+  }();
+  return chosen(w, out, zz, dc, ac);
 }
 
 uint8_t* emit_words(BitWriter& w, uint8_t* out) noexcept {

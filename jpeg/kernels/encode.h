@@ -88,22 +88,37 @@ const BlockKernels& block_kernels() noexcept;
 //
 // The stream is the concatenation of every code and its extra bits, cut into
 // 32-bit words that go out top byte first, each 0xFF byte followed by a
-// stuffed 0x00.  The writer collects up to 63 bits and writes two words at a
-// time; only whole words ever go out, so a strip ends with the same bytes
-// (and the same pending bits) as a writer of one word at a time.
+// stuffed 0x00.  Only whole words ever go out, so a strip ends with the same
+// bytes (and the same pending bits) as a writer of one word at a time.
 struct BitWriter {
   uint64_t bits = 0;  // pending bits, right-aligned; those above `count` are stale
-  int count = 0;      // 0..63
+  int count = 0;      // 0..63; below 32 after encode_block, emit_words and finish
 };
 
 // Most bytes one block can add: 27 bits for the DC, at most 27 for each AC
-// value, 3 runs of sixteen zeros and an end of block, every byte stuffed.
-inline constexpr std::size_t kMaxBlockBytes = 448;
+// value, 3 runs of sixteen zeros and an end of block, every byte stuffed;
+// and 4 bytes past the end it returns, which the coder may store to.
+inline constexpr std::size_t kMaxBlockBytes = 452;
 
-// Codes one block whose value 0 is the DC difference (-2047..2047).  `dc` is
-// a DC difference table, `ac` the AC symbol codes.  Returns the new end.
-uint8_t* encode_block(BitWriter& w, uint8_t* out, const int16_t* zz, const DcPattern* dc,
-                      const SymbolCode* ac) noexcept;
+// Bit k set for each non-zero zz[k], k = 0..63.
+using NonzeroMask = uint64_t (*)(const int16_t* zz) noexcept;
+uint64_t nonzero_mask_scalar(const int16_t* zz) noexcept;
+NonzeroMask nonzero_mask_simd(simd::Level level) noexcept;  // null: no kernel at that level
+
+// Codes one block whose value 0 is the DC difference (-2047..2047) and whose
+// AC values are within category 10.  `dc` and `ac` are the encoder's forms
+// of the DC and AC codes (CodingTables::*_put).  Returns the new end.
+// `mask` must be the block's non-zero mask (bit 0 is not read), e.g. one the
+// quantiser made on the way; the overload without it makes one at the
+// active level.
+uint8_t* encode_block(BitWriter& w, uint8_t* out, const int16_t* zz, uint64_t mask, const SymbolPut* dc,
+                      const SymbolPut* ac) noexcept;
+uint8_t* encode_block(BitWriter& w, uint8_t* out, const int16_t* zz, const SymbolPut* dc,
+                      const SymbolPut* ac) noexcept;
+// The coder of a level, its mask kernel inlined; null: none at that level.
+using EncodeBlock = uint8_t* (*)(BitWriter& w, uint8_t* out, const int16_t* zz, const SymbolPut* dc,
+                                 const SymbolPut* ac) noexcept;
+EncodeBlock encode_block_simd(simd::Level level) noexcept;
 // Writes the whole words of the pending bits; fewer than 32 remain.
 uint8_t* emit_words(BitWriter& w, uint8_t* out) noexcept;
 // The end of the stream: whole words, then n pending bits (0 < n < 32) in

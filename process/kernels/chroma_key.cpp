@@ -81,6 +81,18 @@ void key_soft_row(const uint8_t* src, const uint8_t* background, uint8_t* dst, s
   }
 }
 
+void build_keyed_uv(const uint16_t* hue, KeyRange range, uint8_t* bits) {
+  for (std::size_t byte = 0; byte < 65536 / 8; ++byte) {
+    unsigned b = 0;
+    for (unsigned i = 0; i < 8; ++i) {
+      const int h = hue[8 * byte + i];
+      b |= unsigned(range.hue_lo < h && h < range.hue_hi) << i;
+    }
+    bits[byte] = static_cast<uint8_t>(b);
+  }
+  std::memset(bits + 65536 / 8, 0, kKeyedUvBytes - 65536 / 8);
+}
+
 void add_hue_and_luma(const uint8_t* src, std::size_t pairs, const uint16_t* hue, double divisor, double& hue_sum,
                       double& luma_sum) {
   for (std::size_t i = 0; i < pairs; ++i, src += 4) {

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/simd.h"
+
 namespace pix::process::kernels {
 
 // The key range of a strip: a pair keys when y_lo < Y0 < y_hi and
@@ -27,7 +29,16 @@ struct KeySettings {
   KeyRange range;
   const uint16_t* hue;  // 65536 hues, indexed by U * 256 + V
   KeyColour colour;     // used when no background is given
+  // The hue half of the decision as bits (see build_keyed_uv); the vector
+  // kernels take it, and leave a strip without it to the scalar ones.
+  const uint8_t* keyed_uv = nullptr;
 };
+
+// Bit (U * 256 + V) of `bits` (bit i is bit i % 8 of byte i / 8) set when
+// hue_lo < hue < hue_hi for that (U, V).  The bytes beyond the 65536 bits
+// are zero: the vector kernels load 4 bytes at each bit's byte.
+inline constexpr std::size_t kKeyedUvBytes = 65536 / 8 + 4;
+void build_keyed_uv(const uint16_t* hue, KeyRange range, uint8_t* bits);
 
 // Carried from one run of pairs to the next within a strip: whether the
 // pair before the run was keyed.
@@ -65,5 +76,16 @@ void key_soft_row(const uint8_t* src, const uint8_t* background, uint8_t* dst, s
 // order fixes the last bits of the sums).
 void add_hue_and_luma(const uint8_t* src, std::size_t pairs, const uint16_t* hue, double divisor, double& hue_sum,
                       double& luma_sum);
+
+// The keying rows by SIMD level: the vector kernels of `level` (null
+// members: none there, or the processor lacks it), and the fastest this
+// processor runs, chosen once.
+using KeyRow = void (*)(const uint8_t* src, const uint8_t* background, uint8_t* dst, std::size_t pairs,
+                        const KeySettings& k, KeyCarry& carry);
+struct KeyKernels {
+  KeyRow hard, soft;
+};
+KeyKernels key_kernels(simd::Level level) noexcept;
+const KeyKernels& key_kernels() noexcept;
 
 }  // namespace pix::process::kernels

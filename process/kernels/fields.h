@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/simd.h"
+
 namespace pix::process::kernels {
 
 // A line copied as bytes / 2 16-bit units: an odd last byte is not copied.
@@ -50,5 +52,15 @@ constexpr Y8PseudoTable make_y8_pseudo_table() {
 }
 // Each grey byte as one little-endian PIX_RGB16 word.
 void y8_pseudo_row(const uint8_t* src, uint8_t* dst, std::size_t pixels);
+
+// The pseudo-colour rows by SIMD level (each: src, dst, units), the vector
+// kernels of `level` (null members: none there, or the processor lacks it),
+// and the fastest this processor runs, chosen once.
+using PseudoRow = void (*)(const uint8_t* src, uint8_t* dst, std::size_t units);
+struct PseudoKernels {
+  PseudoRow yuv422, hsi, y8;
+};
+PseudoKernels pseudo_kernels(simd::Level level) noexcept;
+const PseudoKernels& pseudo_kernels() noexcept;
 
 }  // namespace pix::process::kernels

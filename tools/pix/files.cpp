@@ -8,6 +8,7 @@
 
 #include "jpeg.h"
 #include "pix.h"
+#include "strips.h"
 
 namespace pixtool {
 
@@ -56,50 +57,13 @@ ConvertOptions parse_convert(const Args& args) {
   return o;
 }
 
-// Where strips come from: the read dispatcher, or the JPEG decoder.
-class Source {
- public:
-  Source(const ConvertOptions& o) {
-    PIX_image_set_infilename(image_, o.in.c_str());
-    if (PIX_image_find_file_format(o.in.c_str()) == PIX_FILE_JPEG) {
-      // Colour stays YUV 4:2:2 where it goes on as such, else leaves as RGB24.
-      const uint16_t out = file_format_of(o.out);
-      jpeg_.emplace(o.in, o.strip_lines,
-                    o.target == PIX_YUV422 || (o.target < 0 && (out == PIX_FILE_JPEG || out == PIX_FILE_RAW)));
-      height_ = jpeg_->height();
-      strip_lines_ = jpeg_->strip_lines();
-    } else if (o.strip_lines == 0) {
-      PIX_image_set_parameter(image_, PIX_IMAGE_HEIGHT, 32767);  // the whole image in one read
-    } else {
-      read_header(image_);
-      height_ = param(image_, PIX_IMAGE_HEIGHT);
-      // JPEG output is coded in whole block rows of 8 lines.
-      strip_lines_ = std::min(o.strip_lines, std::max(height_, 1u));
-      if (file_format_of(o.out) == PIX_FILE_JPEG) strip_lines_ = (strip_lines_ + 7) / 8 * 8;
-      PIX_image_set_parameter(image_, PIX_LINES_THIS_STRIP, strip_lines_);
-    }
-  }
-  uint32_t image() const { return image_; }
-  uint32_t height() const { return height_; }
-  uint32_t strips() const { return height_ == 0 ? 1 : (height_ + strip_lines_ - 1) / std::max(strip_lines_, 1u); }
-  // The next strip; its lines (0 when the source had nothing more).
-  uint32_t next() {
-    if (jpeg_) return jpeg_->next(image_) ? param(image_, PIX_LINES_THIS_STRIP) : 0;
-    check(PIX_image_read(image_, 0, PIX_STRIP_NEXT), "reading");
-    height_ = param(image_, PIX_IMAGE_HEIGHT);
-    return param(image_, PIX_LINES_THIS_STRIP);
-  }
-
- private:
-  Image image_;
-  std::optional<JpegReader> jpeg_;
-  uint32_t height_ = 0, strip_lines_ = 64;
-};
-
 // Streams IN through the converter to OUT, one strip at a time.
 int convert_files(const ConvertOptions& o) {
   const uint16_t out_format = file_format_of(o.out);
-  Source in(o);
+  // Colour JPEG input stays YUV 4:2:2 where it goes on as such, else leaves as RGB24.
+  Source in(o.in, o.strip_lines,
+            o.target == PIX_YUV422 || (o.target < 0 && (out_format == PIX_FILE_JPEG || out_format == PIX_FILE_RAW)),
+            out_format == PIX_FILE_JPEG);
   Image expanded;
   Image converted;
   Image for_jpeg;

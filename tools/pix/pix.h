@@ -4,6 +4,7 @@
 
 #include <pix95.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <stdexcept>
@@ -82,5 +83,15 @@ uint32_t number(const std::string& text, uint32_t low, uint32_t high, const std:
 int info(const Args& args);
 int convert(const Args& args);
 int demo(const Args& args);
+int crop(const Args& args);
+int scale(const Args& args);
+int rotate(const Args& args);
+int mirror(const Args& args);
+int filter(const Args& args);
+int threshold(const Args& args);
+int fields(const Args& args);
+int pseudo(const Args& args);
+int histogram(const Args& args);
+int key(const Args& args);
 
 }  // namespace pixtool

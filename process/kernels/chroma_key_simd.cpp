@@ -1,0 +1,149 @@
+// SIMD kernels of chroma keying at SSE2 (4 pairs a vector, the keying bits
+// looked up one pair at a time), AVX2 (8) and AVX-512 (16; both gather the
+// bits from the 8 KiB (U, V) bit table, which stays in the first-level
+// cache): one body (chroma_key_x86_body.h) over each set's operations.
+#include <algorithm>
+#include <iterator>
+
+#include "chroma_key.h"
+
+namespace pix::process::kernels {
+
+#if PIX95_X86
+namespace {
+
+// The keying bit of one pair from the bit table.
+PIX95_INLINE unsigned keyed_one(const uint8_t* p, const uint8_t* uv, int lo, int hi) {
+  const unsigned i = unsigned(p[1]) << 8 | p[3];
+  return ((uv[i >> 3] >> (i & 7)) & 1u) & unsigned(lo < p[0] && p[0] < hi);
+}
+
+namespace sse2 {
+using V = __m128i;
+using M = __m128i;
+constexpr unsigned kPairs = 4;
+#define T PIX95_SSE2
+struct Luma {
+  int lo, hi;
+};
+T PIX95_INLINE Luma luma_bounds(KeyRange r) { return {r.y_lo, r.y_hi}; }
+T PIX95_INLINE unsigned keyed_group(const uint8_t* p, const uint8_t* uv, Luma l) {
+  unsigned b = 0;
+  for (unsigned i = 0; i < kPairs; ++i) b |= keyed_one(p + 4 * i, uv, l.lo, l.hi) << i;
+  return b;
+}
+T PIX95_INLINE V set32(int32_t v) { return _mm_set1_epi32(v); }
+T PIX95_INLINE V loadu(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const V*>(p)); }
+T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm_storeu_si128(reinterpret_cast<V*>(p), v); }
+T PIX95_INLINE M mask_of(unsigned bits) {
+  const V lanes = _mm_setr_epi32(1, 2, 4, 8);
+  return _mm_cmpeq_epi32(_mm_and_si128(_mm_set1_epi32(static_cast<int>(bits)), lanes), lanes);
+}
+T PIX95_INLINE V select(M m, V a, V b) { return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b)); }
+// (a + b) >> 1 of each byte: the rounded mean less the carry it rounded.
+T PIX95_INLINE V mean(V a, V b) {
+  return _mm_sub_epi8(_mm_avg_epu8(a, b), _mm_and_si128(_mm_xor_si128(a, b), _mm_set1_epi8(1)));
+}
+#include "chroma_key_x86_body.h"
+#undef T
+}  // namespace sse2
+
+namespace avx2 {
+using V = __m256i;
+using M = __m256i;
+constexpr unsigned kPairs = 8;
+#define T PIX95_AVX2
+struct Luma {
+  V lo, hi;
+};
+T PIX95_INLINE Luma luma_bounds(KeyRange r) { return {_mm256_set1_epi32(r.y_lo), _mm256_set1_epi32(r.y_hi)}; }
+T PIX95_INLINE unsigned keyed_group(const uint8_t* p, const uint8_t* uv, Luma l) {
+  const V v = _mm256_loadu_si256(reinterpret_cast<const V*>(p));
+  const V index = _mm256_or_si256(_mm256_and_si256(v, _mm256_set1_epi32(0xFF00)), _mm256_srli_epi32(v, 24));
+  const V word = _mm256_i32gather_epi32(reinterpret_cast<const int*>(uv), _mm256_srli_epi32(index, 3), 1);
+  const V one = _mm256_set1_epi32(1);
+  const V bit = _mm256_and_si256(_mm256_srlv_epi32(word, _mm256_and_si256(index, _mm256_set1_epi32(7))), one);
+  const V y = _mm256_and_si256(v, _mm256_set1_epi32(0xFF));
+  const V ok = _mm256_and_si256(_mm256_and_si256(_mm256_cmpgt_epi32(y, l.lo), _mm256_cmpgt_epi32(l.hi, y)),
+                                _mm256_cmpeq_epi32(bit, one));
+  return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ok)));
+}
+T PIX95_INLINE V set32(int32_t v) { return _mm256_set1_epi32(v); }
+T PIX95_INLINE V loadu(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
+T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
+T PIX95_INLINE M mask_of(unsigned bits) {
+  const V lanes = _mm256_setr_epi32(1, 2, 4, 8, 16, 32, 64, 128);
+  return _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(static_cast<int>(bits)), lanes), lanes);
+}
+T PIX95_INLINE V select(M m, V a, V b) { return _mm256_blendv_epi8(b, a, m); }
+T PIX95_INLINE V mean(V a, V b) {
+  return _mm256_sub_epi8(_mm256_avg_epu8(a, b), _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_set1_epi8(1)));
+}
+#include "chroma_key_x86_body.h"
+#undef T
+}  // namespace avx2
+
+namespace avx512 {
+using V = __m512i;
+using M = __mmask16;
+constexpr unsigned kPairs = 16;
+#define T PIX95_AVX512
+struct Luma {
+  V lo, hi;
+};
+T PIX95_INLINE Luma luma_bounds(KeyRange r) { return {_mm512_set1_epi32(r.y_lo), _mm512_set1_epi32(r.y_hi)}; }
+T PIX95_INLINE unsigned keyed_group(const uint8_t* p, const uint8_t* uv, Luma l) {
+  const V v = _mm512_loadu_si512(p);
+  const V index = _mm512_or_si512(_mm512_and_si512(v, _mm512_set1_epi32(0xFF00)), _mm512_srli_epi32(v, 24));
+  const V word = _mm512_i32gather_epi32(_mm512_srli_epi32(index, 3), uv, 1);
+  const V bit = _mm512_srlv_epi32(word, _mm512_and_si512(index, _mm512_set1_epi32(7)));
+  const V y = _mm512_and_si512(v, _mm512_set1_epi32(0xFF));
+  const __mmask16 ok = _mm512_test_epi32_mask(bit, _mm512_set1_epi32(1)) & _mm512_cmpgt_epi32_mask(y, l.lo) &
+                       _mm512_cmplt_epi32_mask(y, l.hi);
+  return ok;
+}
+T PIX95_INLINE V set32(int32_t v) { return _mm512_set1_epi32(v); }
+T PIX95_INLINE V loadu(const uint8_t* p) { return _mm512_loadu_si512(p); }
+T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm512_storeu_si512(p, v); }
+T PIX95_INLINE M mask_of(unsigned bits) { return static_cast<M>(bits); }
+T PIX95_INLINE V select(M m, V a, V b) { return _mm512_mask_blend_epi32(m, b, a); }
+T PIX95_INLINE V mean(V a, V b) {
+  return _mm512_sub_epi8(_mm512_avg_epu8(a, b), _mm512_and_si512(_mm512_xor_si512(a, b), _mm512_set1_epi8(1)));
+}
+#include "chroma_key_x86_body.h"
+#undef T
+}  // namespace avx512
+
+}  // namespace
+#endif
+
+KeyKernels key_kernels(simd::Level level) noexcept {
+#if PIX95_X86
+  if (simd::supports(level)) {
+    switch (level) {
+      case simd::Level::sse2: return {sse2::hard_row, sse2::soft_row};
+      case simd::Level::avx2: return {avx2::hard_row, avx2::soft_row};
+      case simd::Level::avx512: return {avx512::hard_row, avx512::soft_row};
+      default: break;
+    }
+  }
+#else
+  (void)level;
+#endif
+  return {nullptr, nullptr};
+}
+
+// The widest level up to the active one that has each kernel.
+const KeyKernels& key_kernels() noexcept {
+  static const KeyKernels chosen = [] {
+    KeyKernels k{key_hard_row, key_soft_row};
+    for (int l = 1; l <= static_cast<int>(simd::active()); ++l) {
+      const KeyKernels v = key_kernels(static_cast<simd::Level>(l));
+      if (v.hard != nullptr) k = v;
+    }
+    return k;
+  }();
+  return chosen;
+}
+
+}  // namespace pix::process::kernels
