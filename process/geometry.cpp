@@ -31,6 +31,7 @@ struct ScaleRun {
   uint32_t next_line = 0;           // the first output line the next strip makes
   lines::Carry carry;               // the last source line of the strip before
   memory::Owned<k::ScaleColumn> columns;
+  memory::Owned<k::ScaleGroup> groups;  // the columns laid out for the vector kernel
   memory::Owned<uint8_t> scaled;  // two horizontally scaled lines
   int64_t scaled_line[2] = {-1, -1};
 };
@@ -45,6 +46,7 @@ struct GeometryState final : Releasable {
     crop = extract = subsample = pixel_rep = mirror = rotate = scale = {};
     scale_run.carry.start(0);
     scale_run.columns.reset();
+    scale_run.groups.reset();
     scale_run.scaled.reset();
     scale_run.scaled_line[0] = scale_run.scaled_line[1] = -1;
   }
@@ -305,10 +307,9 @@ uint32_t mirror_1_strip(uint32_t in, uint32_t out) {
   const uint64_t bytes = uint64_t{src.width} * pb;
   const uint32_t count = fitting(from, bytes, to, bytes, src.lines_this_strip);
   if (src.format == PIX_YUV422) {
-    lines::map(from, 4, to, 4, src.width / 2, count, k::mirror_yuv422_row, {.merge = false});
+    lines::map(from, 4, to, 4, src.width / 2, count, k::geometry_kernels().mirror_yuv422, {.merge = false});
   } else {
-    lines::map(from, pb, to, pb, src.width, count,
-               [pb](const uint8_t* s, uint8_t* d, std::size_t n) { k::mirror_row(s, d, n, pb); }, {.merge = false});
+    lines::map(from, pb, to, pb, src.width, count, k::geometry_kernels().mirror[pb - 1], {.merge = false});
   }
   return 0;
 }
@@ -333,7 +334,8 @@ uint32_t rotate_1_strip(uint32_t in, uint32_t out, uint16_t angle) {
   if (lines_inside(from, uint64_t{w} * pb, h) < h) return 0;
   if (angle == 180) {
     const uint32_t count = lines_inside(to, uint64_t{w} * pb, std::min(h, dst.lines_this_strip));
-    for (uint32_t j = 0; j < count; ++j) k::mirror_row(from.line(h - 1 - j), to.line(j), w, pb);
+    const auto mirror = k::geometry_kernels().mirror[pb - 1];
+    for (uint32_t j = 0; j < count; ++j) mirror(from.line(h - 1 - j), to.line(j), w);
     return 0;
   }
   if (h == 0) return 0;
@@ -341,12 +343,12 @@ uint32_t rotate_1_strip(uint32_t in, uint32_t out, uint16_t angle) {
   // Offsets of pixels inside the strip, which is held in memory: they fit.
   const auto stride = static_cast<std::ptrdiff_t>(from.stride), size = static_cast<std::ptrdiff_t>(pb);
   const std::ptrdiff_t bottom = static_cast<std::ptrdiff_t>(h - 1) * stride;
-  for (uint32_t j = 0; j < count; ++j) {
-    if (angle == 90) {
-      k::gather_row(src.data, bottom + static_cast<std::ptrdiff_t>(j) * size, -stride, to.line(j), h, pb);
-    } else {
-      k::gather_row(src.data, static_cast<std::ptrdiff_t>(w - 1 - j) * size, stride, to.line(j), h, pb);
-    }
+  const auto turn = k::geometry_kernels().turn[pb - 1];
+  if (angle == 90) {
+    turn(src.data, bottom, size, -stride, to.data, static_cast<std::ptrdiff_t>(to.stride), count, h);
+  } else {
+    turn(src.data, static_cast<std::ptrdiff_t>(w - 1) * size, -size, stride, to.data,
+         static_cast<std::ptrdiff_t>(to.stride), count, h);
   }
   return 0;
 }
@@ -378,6 +380,7 @@ uint32_t start_scale(uint32_t in, uint32_t out, uint32_t width, uint32_t height)
   run.next_line = 0;
   run.carry.start(std::size_t{src.width} * run.channels);
   run.columns.reset();
+  run.groups.reset();
   run.scaled.reset();
   run.scaled_line[0] = run.scaled_line[1] = -1;
   return 0;
@@ -418,13 +421,18 @@ uint32_t scale_1_strip(uint32_t in, uint32_t out, uint64_t lines_before) {
     // Sizes that do not fit the address space fail as allocations do.
     const bool fits =
         uint64_t{run.out_width} * sizeof(k::ScaleColumn) <= SIZE_MAX && 2 * uint64_t{out_bytes} <= SIZE_MAX;
+    const std::size_t groups = fits ? k::scale_group_count(run.out_width, run.channels) : 0;
     run.columns.reset(fits ? memory::allocate_array<k::ScaleColumn>(run.out_width) : nullptr);
+    run.groups.reset(fits && groups != 0 ? memory::allocate_array<k::ScaleGroup>(groups) : nullptr);
     run.scaled.reset(fits ? memory::allocate_array<uint8_t>(2 * out_bytes) : nullptr);
-    if (run.columns == nullptr || run.scaled == nullptr) {
+    if (run.columns == nullptr || run.scaled == nullptr || (groups != 0 && run.groups == nullptr)) {
       run.columns.reset();
+      run.groups.reset();
       return report(kScaleWorker, kNoMemory, "Malloc fail - no memory?");
     }
     k::scale_columns(run.columns.get(), run.out_width, run.in_width, run.h_step, run.channels);
+    k::scale_groups(run.groups.get(), run.columns.get(), run.out_width, std::size_t{run.in_width} * run.channels,
+                    run.channels);
   }
   const Image& dst = *find_image(out);
   const lines::In from = lines::source(src, lines::padded(src));
@@ -436,6 +444,7 @@ uint32_t scale_1_strip(uint32_t in, uint32_t out, uint64_t lines_before) {
   // horizontally into one of two buffers (lines are asked for in order).
   const int64_t base = static_cast<int64_t>(lines_before) - held;
   const int64_t available = int64_t{held} + inside;
+  const k::GeometryKernels& kernels = k::geometry_kernels();
   auto scaled = [&](int64_t y) -> const uint8_t* {
     y = std::clamp<int64_t>(y, 0, available - 1);
     for (int s = 0; s < 2; ++s) {
@@ -443,8 +452,8 @@ uint32_t scale_1_strip(uint32_t in, uint32_t out, uint64_t lines_before) {
     }
     const int s = run.scaled_line[0] < run.scaled_line[1] ? 0 : 1;
     uint8_t* line = run.scaled.get() + s * out_bytes;
-    k::scale_row_h(run.carry.joined(from, static_cast<uint32_t>(y)), line, run.columns.get(), run.out_width,
-                   run.channels);
+    kernels.scale_h(run.carry.joined(from, static_cast<uint32_t>(y)), line, run.columns.get(), run.groups.get(),
+                    run.out_width, run.channels);
     run.scaled_line[s] = base + y;
     return line;
   };
@@ -455,7 +464,7 @@ uint32_t scale_1_strip(uint32_t in, uint32_t out, uint64_t lines_before) {
     // itself stands in for it.
     const uint8_t* upper = scaled(y);
     const uint8_t* lower = y + 1 < available ? scaled(y + 1) : upper;
-    k::scale_row_v(upper, lower, to.line(j), out_bytes, k::scale_fraction(position));
+    kernels.scale_v(upper, lower, to.line(j), out_bytes, k::scale_fraction(position));
   }
   run.next_line += count;
   run.carry.take(from, inside, 1);

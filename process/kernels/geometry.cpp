@@ -1,5 +1,6 @@
 #include "geometry.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace pix::process::kernels {
@@ -144,6 +145,90 @@ void scale_row_v(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::
   for (std::size_t i = 0; i < bytes; ++i) {
     dst[i] = static_cast<uint8_t>(near[upper[i]][fraction] + near[lower[i]][256 - fraction]);
   }
+}
+
+void scale_groups(ScaleGroup* groups, const ScaleColumn* columns, std::size_t out_pixels, std::size_t in_bytes,
+                  unsigned channels) {
+  const std::size_t count = scale_group_count(out_pixels, channels);
+  auto near = [&](std::size_t j) { return std::size_t{columns[j / channels].near} + j % channels; };
+  auto far = [&](std::size_t j) { return std::size_t{columns[j / channels].far} + j % channels; };
+  for (std::size_t g = 0; g < count; ++g) {
+    ScaleGroup& group = groups[g];
+    group = {};
+    std::size_t low[2], high[2];
+    unsigned width = 1;
+    for (unsigned half = 0; half < 2; ++half) {
+      low[half] = in_bytes, high[half] = 0;
+      for (std::size_t j = 16 * g + 8 * half; j < 16 * g + 8 * half + 8; ++j) {
+        low[half] = std::min({low[half], near(j), far(j)});
+        high[half] = std::max({high[half], near(j), far(j)});
+      }
+      const std::size_t span = high[half] - low[half];
+      width = std::max(width, static_cast<unsigned>(std::min<std::size_t>(span / 16 + 1, 5)));
+    }
+    // Windows wholly inside the line, the samples inside them.
+    if (width > 4 || in_bytes < 16 * width || high[0] >= in_bytes || high[1] >= in_bytes) continue;
+    group.vector = width;
+    for (unsigned half = 0; half < 2; ++half) {
+      // The window starts at the lowest sample unless that would read past the line.
+      const std::size_t window = std::min(low[half], in_bytes - 16 * width);
+      group.window[half] = static_cast<uint32_t>(window);
+      for (std::size_t k = 8 * half; k < 8 * half + 8; ++k) {
+        group.pick[2 * k] = static_cast<uint8_t>(near(16 * g + k) - window);
+        group.pick[2 * k + 1] = static_cast<uint8_t>(far(16 * g + k) - window);
+        group.fraction[k] = columns[(16 * g + k) / channels].fraction;
+      }
+    }
+  }
+}
+
+void turn_lines(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across, std::ptrdiff_t step, uint8_t* dst,
+                std::ptrdiff_t dst_stride, std::size_t lines, std::size_t pixels, unsigned pixel_bytes) {
+  for (std::size_t j = 0; j < lines; ++j) {
+    gather_row(src, first + static_cast<std::ptrdiff_t>(j) * across, step, dst + static_cast<std::ptrdiff_t>(j) * dst_stride,
+               pixels, pixel_bytes);
+  }
+}
+
+namespace {
+
+template <unsigned B>
+void mirror_fixed(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
+  mirror_row(src, dst, pixels, B);
+}
+template <unsigned B>
+void turn_fixed(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across, std::ptrdiff_t step, uint8_t* dst,
+                std::ptrdiff_t dst_stride, std::size_t lines, std::size_t pixels) {
+  turn_lines(src, first, across, step, dst, dst_stride, lines, pixels, B);
+}
+void scale_h_plain(const uint8_t* src, uint8_t* dst, const ScaleColumn* columns, const ScaleGroup*,
+                   std::size_t out_pixels, unsigned channels) {
+  scale_row_h(src, dst, columns, out_pixels, channels);
+}
+
+constexpr GeometryKernels kScalarKernels{{mirror_fixed<1>, mirror_fixed<2>, mirror_fixed<3>, mirror_fixed<4>},
+                                         mirror_yuv422_row,
+                                         {turn_fixed<1>, turn_fixed<2>, turn_fixed<3>, turn_fixed<4>},
+                                         scale_h_plain,
+                                         scale_row_v};
+
+}  // namespace
+
+const GeometryKernels& geometry_kernels(simd::Level level) noexcept {
+  static const auto tables = [] {
+    std::array<GeometryKernels, simd::kLevels> t{};
+    for (std::size_t l = 0; l < simd::kLevels; ++l) {
+      t[l] = l == 0 ? kScalarKernels : t[l - 1];
+      if (l != 0) add_geometry_simd(t[l], static_cast<simd::Level>(l));
+    }
+    return t;
+  }();
+  return tables[static_cast<std::size_t>(level)];
+}
+
+const GeometryKernels& geometry_kernels() noexcept {
+  static const GeometryKernels& active = geometry_kernels(simd::active());
+  return active;
 }
 
 }  // namespace pix::process::kernels

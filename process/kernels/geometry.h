@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/simd.h"
+
 namespace pix::process::kernels {
 
 // Bytes of one pixel (1, 2, 3 or 4) as the geometric operations move it.
@@ -89,5 +91,54 @@ void scale_row_h(const uint8_t* src, uint8_t* dst, const ScaleColumn* columns, s
                  unsigned channels);
 // Vertical pass over `bytes` bytes: upper * (256 - f) >> 8 + lower * f >> 8.
 void scale_row_v(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::size_t bytes, unsigned fraction);
+
+// ---------------------------------------------------------------------------
+// Vector versions.  Each writes exactly the bytes of its scalar reference
+// above; the scalar versions in the tables are those references.
+
+// The horizontal pass laid out for byte shuffles: output bytes in groups of
+// 16, each half (8 bytes) made from one window of the source line, 16, 32,
+// 48 or 64 bytes wide (vector 1 to 4), the narrowest its samples fit.
+struct ScaleGroup {
+  // Output byte k's near and far sample (bytes 2k and 2k + 1) as indices into
+  // the window of its half, k / 8.
+  uint8_t pick[32];
+  uint8_t fraction[16];  // output byte k's weight of the far sample
+  uint32_t window[2];    // where the windows start in the source line
+  uint32_t vector;       // the windows' width in 16 bytes; 0: the group is made by the formula
+};
+// The groups of the first (out_pixels * channels) / 16 * 16 output bytes of
+// `columns`, over a source line of `in_bytes` bytes.
+inline std::size_t scale_group_count(std::size_t out_pixels, unsigned channels) { return out_pixels * channels / 16; }
+void scale_groups(ScaleGroup* groups, const ScaleColumn* columns, std::size_t out_pixels, std::size_t in_bytes,
+                  unsigned channels);
+
+// Output lines 0 .. lines - 1 of a quarter turn, `pixels` pixels each and
+// `dst_stride` bytes apart: pixel i of line j is the one at byte
+// first + j * across + i * step of `src`, where across is +pixel_bytes or
+// -pixel_bytes (every offset read must lie inside the caller's buffer).
+void turn_lines(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across, std::ptrdiff_t step, uint8_t* dst,
+                std::ptrdiff_t dst_stride, std::size_t lines, std::size_t pixels, unsigned pixel_bytes);
+
+struct GeometryKernels {
+  using Mirror = void (*)(const uint8_t* src, uint8_t* dst, std::size_t pixels);
+  using Turn = void (*)(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across, std::ptrdiff_t step,
+                        uint8_t* dst, std::ptrdiff_t dst_stride, std::size_t lines, std::size_t pixels);
+  using ScaleH = void (*)(const uint8_t* src, uint8_t* dst, const ScaleColumn* columns, const ScaleGroup* groups,
+                          std::size_t out_pixels, unsigned channels);
+  using ScaleV = void (*)(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::size_t bytes,
+                          unsigned fraction);
+  Mirror mirror[4];  // by pixel bytes - 1
+  Mirror mirror_yuv422;  // counted in pairs
+  Turn turn[4];      // by pixel bytes - 1
+  ScaleH scale_h;    // channels 1 or 3; the groups made by scale_groups for the same columns
+  ScaleV scale_v;
+};
+// The kernels at `level` (each the widest at or below it; scalar where none).
+const GeometryKernels& geometry_kernels(simd::Level level) noexcept;
+// At the active level.
+const GeometryKernels& geometry_kernels() noexcept;
+// Fills in the vector kernels written for exactly `level`.
+void add_geometry_simd(GeometryKernels& kernels, simd::Level level) noexcept;
 
 }  // namespace pix::process::kernels
