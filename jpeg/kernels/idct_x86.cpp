@@ -322,8 +322,8 @@ IDCT_T PIX95_INLINE V eq16(V a, V b) { return _mm512_movm_epi16(_mm512_cmpeq_epi
 IDCT_T PIX95_INLINE M16 zero16(V a) { return _mm512_testn_epi16_mask(a, a); }
 IDCT_T PIX95_INLINE V select16(M16 m, V a, V b) { return _mm512_mask_mov_epi16(b, m, a); }
 IDCT_T PIX95_INLINE bool is_zero(V a) { return _mm512_test_epi64_mask(a, a) == 0; }
+IDCT_T PIX95_INLINE __m128i ld(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 IDCT_T PIX95_INLINE V lanes(const void* p0, const void* p1, const void* p2, const void* p3) {
-  const auto ld = [](const void* p) PIX95_AVX512 { return _mm_loadu_si128(static_cast<const __m128i*>(p)); };
   const __m256i lo = _mm256_inserti128_si256(_mm256_castsi128_si256(ld(p0)), ld(p1), 1);
   const __m256i hi = _mm256_inserti128_si256(_mm256_castsi128_si256(ld(p2)), ld(p3), 1);
   return _mm512_inserti64x4(_mm512_castsi256_si512(lo), hi, 1);
