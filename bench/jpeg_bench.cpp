@@ -169,7 +169,7 @@ std::vector<Frame> frames(const std::string& photos) {
 enum class Layout { s422, grey, s420 };
 enum class Form { yuv, rgb };  // what the library side takes or gives
 
-struct Spec {
+struct Pair {
   std::string name;
   bool encode;
   Layout layout;
@@ -189,19 +189,19 @@ struct Sides {
   std::function<void()> done;
 };
 
-Sides encoder(const Spec& spec, Frame& f) {
+Sides encoder(const Pair& pair, Frame& f) {
   const Size s = f.size;
-  const bool grey = spec.layout == Layout::grey;
-  Bytes* src = grey ? &f.grey : spec.form == Form::rgb ? &f.rgb : &f.yuv422;
-  const uint16_t format = grey ? PIX_Y8 : spec.form == Form::rgb ? PIX_RGB24 : PIX_YUV422;
+  const bool grey = pair.layout == Layout::grey;
+  Bytes* src = grey ? &f.grey : pair.form == Form::rgb ? &f.rgb : &f.yuv422;
+  const uint16_t format = grey ? PIX_Y8 : pair.form == Form::rgb ? PIX_RGB24 : PIX_YUV422;
   const std::size_t line = src->size() / s.height;
-  const int lines = spec.strip == 0 ? s.height : spec.strip;
+  const int lines = pair.strip == 0 ? s.height : pair.strip;
   const uint32_t image = locked(format, s, src->data(), lines);
   const uint32_t jpeg = PIX_JPEG_image_create();
-  PIX_JPEG_set_Quality_factor(jpeg, q_scale(spec.quality));
-  const std::string path = scratch_file(spec.name + ".jpg");
+  PIX_JPEG_set_Quality_factor(jpeg, q_scale(pair.quality));
+  const std::string path = scratch_file(pair.name + ".jpg");
   PIX_image_set_outfilename(image, path.c_str());
-  auto out = std::make_shared<Bytes>(tjBufSize(s.width, s.height, sampling(spec.layout)));
+  auto out = std::make_shared<Bytes>(tjBufSize(s.width, s.height, sampling(pair.layout)));
   tjhandle tj = tjInitCompress();
   Sides sides;
   sides.ours = [=] {
@@ -210,7 +210,7 @@ Sides encoder(const Spec& spec, Frame& f) {
       PIX_image_set_ptr(image, PIX_PTR_DATA, src->data() + std::size_t(y) * line);
       PIX_image_set_parameter(image, PIX_LINES_THIS_STRIP, static_cast<uint32_t>(lines));
       ok = PIX_JPEG_compress(image, jpeg, PIX_STRIP_NEXT) == 0;
-      if (ok && spec.file) {
+      if (ok && pair.file) {
         if (y == 0) PIX_JPEG_make_Q_tables(jpeg), PIX_JPEG_set_default_H_tables(jpeg);
         ok = PIX_JPEG_file_write(jpeg, PIX_STRIP_NEXT) == 0;
       }
@@ -222,14 +222,14 @@ Sides encoder(const Spec& spec, Frame& f) {
     unsigned long size = out->size();
     const int flags = TJFLAG_ACCURATEDCT | TJFLAG_NOREALLOC;
     bool ok;
-    if (spec.form == Form::rgb) {
+    if (pair.form == Form::rgb) {
       ok = tjCompress2(tj, f.rgb.data(), s.width, s.width * 3, s.height, TJPF_RGB, &buf, &size,
-                       sampling(spec.layout), spec.quality, flags) == 0;
+                       sampling(pair.layout), pair.quality, flags) == 0;
     } else {
       ok = tjCompressFromYUV(tj, grey ? f.grey.data() : f.planar422.data(), s.width, 1, s.height,
-                             sampling(spec.layout), &buf, &size, spec.quality, flags) == 0;
+                             sampling(pair.layout), &buf, &size, pair.quality, flags) == 0;
     }
-    if (ok && spec.file) {
+    if (ok && pair.file) {
       FILE* file = std::fopen((path + ".tj").c_str(), "wb");
       ok = file != nullptr && std::fwrite(buf, 1, size, file) == size;
       if (file != nullptr) ok = std::fclose(file) == 0 && ok;
@@ -246,32 +246,32 @@ Sides encoder(const Spec& spec, Frame& f) {
   return sides;
 }
 
-Sides decoder(const Spec& spec, Frame& f) {
-  const Size s = coded_size(f.size, sampling(spec.layout));
-  const Bytes& stream = f.streams[std::string(tag(spec.layout)) + "-" + std::to_string(spec.quality)];
-  const bool grey = spec.layout == Layout::grey;
-  const uint16_t format = grey ? PIX_Y8 : spec.form == Form::rgb ? PIX_RGB24 : PIX_YUV422;
-  const int bytes = grey ? 1 : spec.form == Form::rgb ? 3 : 2;
+Sides decoder(const Pair& pair, Frame& f) {
+  const Size s = coded_size(f.size, sampling(pair.layout));
+  const Bytes& stream = f.streams[std::string(tag(pair.layout)) + "-" + std::to_string(pair.quality)];
+  const bool grey = pair.layout == Layout::grey;
+  const uint16_t format = grey ? PIX_Y8 : pair.form == Form::rgb ? PIX_RGB24 : PIX_YUV422;
+  const int bytes = grey ? 1 : pair.form == Form::rgb ? 3 : 2;
   // The decoder keeps the block-padded size: the destination has room for it.
   const Size padded{(s.width + 15) / 16 * 16, (s.height + 15) / 16 * 16};
-  const int lines = spec.strip == 0 ? padded.height : spec.strip;
+  const int lines = pair.strip == 0 ? padded.height : pair.strip;
   auto out = std::make_shared<Bytes>(padded.pixels() * bytes);
   auto theirs_out = std::make_shared<Bytes>(s.pixels() * 3);
   const uint32_t dest = locked(format, padded, out->data(), lines);
   const uint32_t jpeg = PIX_JPEG_image_create();
-  const std::string path = scratch_file(spec.name + ".jpg");
-  if (spec.file) {
+  const std::string path = scratch_file(pair.name + ".jpg");
+  if (pair.file) {
     std::FILE* file = std::fopen(path.c_str(), "wb");
     if (file != nullptr) std::fwrite(stream.data(), 1, stream.size(), file), std::fclose(file);
     PIX_image_set_infilename(jpeg, path.c_str());
   }
   auto copy = std::make_shared<Bytes>(stream);
-  const bool in_memory = spec.file || PIX_JPEG_buffer_read(jpeg, copy->data(), static_cast<int32_t>(copy->size())) == 0;
+  const bool in_memory = pair.file || PIX_JPEG_buffer_read(jpeg, copy->data(), static_cast<int32_t>(copy->size())) == 0;
   tjhandle tj = tjInitDecompress();
   Sides sides;
   sides.ours = [=] {
     if (!in_memory) return false;
-    if (spec.file && PIX_JPEG_file_read(jpeg) != 0) return false;
+    if (pair.file && PIX_JPEG_file_read(jpeg) != 0) return false;
     const uint32_t height = (PIX_image_get_parameter(jpeg, PIX_IMAGE_HEIGHT) + 15) / 16 * 16;
     for (uint32_t done = 0; done < height; done += static_cast<uint32_t>(lines)) {
       PIX_image_set_parameter(jpeg, PIX_LINES_THIS_STRIP, static_cast<uint32_t>(lines));
@@ -283,7 +283,7 @@ Sides decoder(const Spec& spec, Frame& f) {
   sides.theirs = [=] {
     Bytes file_bytes;
     const Bytes* in = copy.get();
-    if (spec.file) {
+    if (pair.file) {
       std::FILE* file = std::fopen(path.c_str(), "rb");
       if (file == nullptr) return false;
       file_bytes.resize(copy->size());
@@ -292,7 +292,7 @@ Sides decoder(const Spec& spec, Frame& f) {
       if (!read) return false;
       in = &file_bytes;
     }
-    if (spec.form == Form::rgb) {
+    if (pair.form == Form::rgb) {
       return tjDecompress2(tj, in->data(), in->size(), theirs_out->data(), s.width, s.width * 3, s.height, TJPF_RGB,
                            TJFLAG_ACCURATEDCT) == 0;
     }
@@ -304,13 +304,13 @@ Sides decoder(const Spec& spec, Frame& f) {
     PIX_image_destroy(jpeg);
     release(dest);
     tjDestroy(tj);
-    if (spec.file) std::remove(path.c_str());
+    if (pair.file) std::remove(path.c_str());
   };
   return sides;
 }
 
-const std::vector<Spec>& specs() {
-  static const std::vector<Spec> all = {
+const std::vector<Pair>& pairs() {
+  static const std::vector<Pair> all = {
       {"4:2:2 decode to YUV422 q75", false, Layout::s422, Form::yuv, 75, 0},
       {"4:2:2 decode to YUV422 q90", false, Layout::s422, Form::yuv, 90, 0},
       {"4:2:2 decode to YUV422 strips", false, Layout::s422, Form::yuv, 75, kStrip},
@@ -328,14 +328,14 @@ const std::vector<Spec>& specs() {
   return all;
 }
 
-std::string key(const Spec& p, const Frame& f) { return p.name + " | " + f.size.name() + " | " + f.name; }
+std::string key(const Pair& p, const Frame& f) { return p.name + " | " + f.size.name() + " | " + f.name; }
 std::map<std::string, bool> failed;  // pairs that were run and a side of which failed
 
-void run(benchmark::State& state, const Spec& spec, Frame& frame) {
-  Sides sides = spec.encode ? encoder(spec, frame) : decoder(spec, frame);
+void run(benchmark::State& state, const Pair& pair, Frame& frame) {
+  Sides sides = pair.encode ? encoder(pair, frame) : decoder(pair, frame);
   if (!sides.ours() || !sides.theirs()) {
     state.SkipWithError("a side failed");
-    failed[key(spec, frame)] = true;
+    failed[key(pair, frame)] = true;
     sides.done();
     return;
   }
@@ -350,7 +350,7 @@ void run(benchmark::State& state, const Spec& spec, Frame& frame) {
     }
     first ^= 1;
   }
-  const double mpixels = static_cast<double>(coded_size(frame.size, sampling(spec.layout)).pixels()) * static_cast<double>(state.iterations()) / 1e6;
+  const double mpixels = static_cast<double>(coded_size(frame.size, sampling(pair.layout)).pixels()) * static_cast<double>(state.iterations()) / 1e6;
   state.counters["pix95"] = mpixels / time[0];
   state.counters["turbojpeg"] = mpixels / time[1];
   sides.done();
@@ -406,7 +406,7 @@ int main(int argc, char** argv) {
   }
   int count = static_cast<int>(args.size());
   std::vector<Frame> all = frames(photos);
-  for (const Spec& p : specs()) {
+  for (const Pair& p : pairs()) {
     for (Frame& f : all) {
       benchmark::RegisterBenchmark(key(p, f).c_str(), [&p, &f](benchmark::State& st) { run(st, p, f); })
           ->Unit(benchmark::kMillisecond);
@@ -418,7 +418,7 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks(&collector);
   benchmark::Shutdown();
   std::printf("\nSummary (median Mpixel/s over the repetitions; ratio = pix95 / TurboJPEG)\n");
-  for (const Spec& p : specs()) {
+  for (const Pair& p : pairs()) {
     for (const Frame& f : all) {
       const auto found = collector.rates.find(key(p, f));
       if (found == collector.rates.end()) {
