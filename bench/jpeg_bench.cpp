@@ -38,6 +38,7 @@
 #include <string>
 #include <vector>
 
+#include "pairs.h"
 #include "pix95.h"
 
 namespace {
@@ -356,29 +357,6 @@ void run(benchmark::State& state, const Pair& pair, Frame& frame) {
   sides.done();
 }
 
-class Collector : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, std::map<std::string, std::vector<double>>> rates;
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      if (r.error_occurred) continue;
-      // Repetitions, or their median when only aggregates are reported.
-      const bool median = r.run_type == Run::RT_Aggregate && r.aggregate_name == "median";
-      if (r.run_type != Run::RT_Iteration && !median) continue;
-      std::string name = r.benchmark_name();
-      if (median) name = name.substr(0, name.size() - std::string("_median").size());
-      for (const auto& [side, value] : r.counters) rates[name][side].push_back(value);
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  const std::size_t n = v.size();
-  return n == 0 ? 0 : n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-}
-
 // What memory alone allows: a 1920x1080 4:2:2 frame read and written once
 // (memcpy), the least any codec stage that touches every sample must take.
 void memory_floor() {
@@ -414,7 +392,7 @@ int main(int argc, char** argv) {
   }
   benchmark::Initialize(&count, args.data());
   if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
-  Collector collector;
+  pixbench::Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
   benchmark::Shutdown();
   std::printf("\nSummary (median Mpixel/s over the repetitions; ratio = pix95 / TurboJPEG)\n");
@@ -426,7 +404,7 @@ int main(int argc, char** argv) {
         std::printf("  %-32s %-10s %-6s (a side failed)\n", p.name.c_str(), f.size.name().c_str(), f.name.c_str());
         continue;
       }
-      const double ours = median(found->second["pix95"]), theirs = median(found->second["turbojpeg"]);
+      const double ours = pixbench::median(found->second["pix95"]), theirs = pixbench::median(found->second["turbojpeg"]);
       std::printf("  %-32s %-10s %-6s pix95 %8.1f   TurboJPEG %8.1f   ratio %.2f\n", p.name.c_str(),
                   f.size.name().c_str(), f.name.c_str(), ours, theirs, theirs > 0 ? ours / theirs : 0.0);
     }

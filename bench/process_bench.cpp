@@ -38,6 +38,7 @@
 #include <vector>
 
 #include "core/simd.h"
+#include "pairs.h"
 #include "pix95.h"
 #ifdef PIX95_HAVE_LIBYUV
 #include <libyuv.h>
@@ -287,29 +288,6 @@ std::string key(const Pair& p, const Peer* peer, const Frames& f) {
          (peer ? peer->name : std::string("alone"));
 }
 
-class Collector : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, std::map<std::string, std::vector<double>>> rates;  // benchmark, side
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
-      for (const auto& [side, value] : r.counters) rates[r.benchmark_name()][side].push_back(value);
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  const std::size_t n = v.size();
-  return n == 0 ? 0 : n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-}
-
-const char* level_name(pix::simd::Level l) {
-  constexpr const char* kNames[] = {"scalar", "sse2", "avx2", "avx512"};
-  return kNames[static_cast<int>(l)];
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -340,18 +318,18 @@ int main(int argc, char** argv) {
   }
   benchmark::Initialize(&count, args.data());
   if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
-  Collector collector;
+  pixbench::Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
   benchmark::Shutdown();
 
   std::printf("\nSummary at SIMD level %s, %s frames (median Mpixel/s of output over the repetitions; "
               "ratio = pix95 / peer)\n",
-              level_name(pix::simd::active()), all_frames.kind.c_str());
+              pixbench::level_name(pix::simd::active()), all_frames.kind.c_str());
   for (const Pair& p : all) {
     const std::string size = p.in.name() + ">" + p.out.name();
     auto rate = [&](const Peer* peer, const char* side) {
       const auto found = collector.rates.find(key(p, peer, all_frames));
-      return found == collector.rates.end() || !found->second.count(side) ? 0.0 : median(found->second.at(side));
+      return found == collector.rates.end() || !found->second.count(side) ? 0.0 : pixbench::median(found->second.at(side));
     };
     if (p.peers.empty() && rate(nullptr, "pix95") > 0) {
       std::printf("  %-16s %-19s pix95 %8.1f   (no peer)\n", p.name.c_str(), size.c_str(), rate(nullptr, "pix95"));

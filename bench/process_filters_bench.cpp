@@ -36,6 +36,7 @@
 #include <vector>
 
 #include "core/simd.h"
+#include "pairs.h"
 #include "pix95.h"
 #ifdef PIX95_HAVE_OPENCV
 #include <opencv2/core.hpp>
@@ -377,33 +378,6 @@ void run(benchmark::State& state, const Pair& pair, Frame& frame) {
   state.counters[pair.peer] = mpixels / time[1];
 }
 
-class Collector : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, std::map<std::string, std::vector<double>>> rates;
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      if (r.error_occurred) continue;
-      const bool median = r.run_type == Run::RT_Aggregate && r.aggregate_name == "median";
-      if (r.run_type != Run::RT_Iteration && !median) continue;
-      std::string name = r.benchmark_name();
-      if (median) name = name.substr(0, name.size() - std::string("_median").size());
-      for (const auto& [side, value] : r.counters) rates[name][side].push_back(value);
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  const std::size_t n = v.size();
-  return n == 0 ? 0 : n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-}
-
-const char* level_name(pix::simd::Level l) {
-  constexpr const char* kNames[] = {"scalar", "sse2", "avx2", "avx512"};
-  return kNames[static_cast<int>(l)];
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -429,17 +403,17 @@ int main(int argc, char** argv) {
   }
   benchmark::Initialize(&count, args.data());
   if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
-  Collector collector;
+  pixbench::Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
   benchmark::Shutdown();
   std::printf("\nSummary at SIMD level %s (median Mpixel/s over the repetitions; ratio = pix95 / peer; the floor "
               "is a plain copy of as many bytes)\n",
-              level_name(pix::simd::active()));
+              pixbench::level_name(pix::simd::active()));
   for (const Pair& p : pairs()) {
     for (const Frame& f : all) {
       const auto found = collector.rates.find(key(p, f));
       if (found == collector.rates.end()) continue;
-      const double ours = median(found->second["pix95"]), theirs = median(found->second[p.peer]);
+      const double ours = pixbench::median(found->second["pix95"]), theirs = pixbench::median(found->second[p.peer]);
       std::printf("  %-32s %-10s %-9s pix95 %8.1f   %-6s %8.1f   ratio %.2f\n", p.name.c_str(), f.size.name().c_str(),
                   f.name.c_str(), ours, p.peer.c_str(), theirs, theirs > 0 ? ours / theirs : 0.0);
     }

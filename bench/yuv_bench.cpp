@@ -38,6 +38,7 @@
 #include <vector>
 
 #include "core/simd.h"
+#include "pairs.h"
 #include "pix95.h"
 #ifdef PIX95_HAVE_LIBYUV
 #include <libyuv.h>
@@ -245,29 +246,6 @@ void run(benchmark::State& state, const Pair& pair, Frame& frame) {
 std::string key(const Pair& p, const Frame& f) { return p.name + " | " + f.size.name() + " | " + f.name; }
 
 // Prints as usual and keeps every repetition's counters.
-class Collector : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, std::map<std::string, std::vector<double>>> rates;  // benchmark, side
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
-      for (const auto& [side, value] : r.counters) rates[r.benchmark_name()][side].push_back(value);
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  const std::size_t n = v.size();
-  return n == 0 ? 0 : n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-}
-
-const char* level_name(pix::simd::Level l) {
-  constexpr const char* kNames[] = {"scalar", "sse2", "avx2", "avx512"};
-  return kNames[static_cast<int>(l)];
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -292,23 +270,23 @@ int main(int argc, char** argv) {
   }
   benchmark::Initialize(&count, args.data());
   if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
-  Collector collector;
+  pixbench::Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
   benchmark::Shutdown();
 
   std::printf("\nSummary at SIMD level %s (median Mpixel/s over the repetitions; ratio = pix95 / fastest libyuv "
               "route)\n",
-              level_name(pix::simd::active()));
+              pixbench::level_name(pix::simd::active()));
   for (const Pair& p : all) {
     for (const Frame& f : all_frames) {
       const auto found = collector.rates.find(key(p, f));
       if (found == collector.rates.end()) continue;
       const auto& sides = found->second;
-      const double ours = sides.count("pix95") ? median(sides.at("pix95")) : 0;
+      const double ours = sides.count("pix95") ? pixbench::median(sides.at("pix95")) : 0;
       std::string peer_name;
       double peer = 0;
       for (const auto& [who, route] : p.peers) {
-        const double rate = sides.count(who) ? median(sides.at(who)) : 0;
+        const double rate = sides.count(who) ? pixbench::median(sides.at(who)) : 0;
         if (rate > peer) peer = rate, peer_name = who;
       }
       if (peer > 0) {

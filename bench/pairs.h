@@ -1,0 +1,47 @@
+// What the benchmarks that measure a side of ours against a peer share: the
+// reporter that keeps each side's rate of every repetition (or their median
+// when only aggregates are reported), the median, and the SIMD level's name.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "core/simd.h"
+
+namespace pixbench {
+
+class Collector : public benchmark::ConsoleReporter {
+ public:
+  std::map<std::string, std::map<std::string, std::vector<double>>> rates;  // benchmark, side
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& r : runs) {
+      if (r.error_occurred) continue;
+      const bool median = r.run_type == Run::RT_Aggregate && r.aggregate_name == "median";
+      if (r.run_type != Run::RT_Iteration && !median) continue;
+      std::string name = r.benchmark_name();
+      if (median) {
+        name = name.substr(0, name.size() - std::string("_median").size());
+        if (rates.count(name) != 0) continue;  // the repetitions themselves were reported
+      }
+      for (const auto& [side, value] : r.counters) rates[name][side].push_back(value);
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+};
+
+inline double median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  const std::size_t n = v.size();
+  return n == 0 ? 0 : n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
+}
+
+inline const char* level_name(pix::simd::Level l) {
+  constexpr const char* kNames[] = {"scalar", "sse2", "avx2", "avx512"};
+  return kNames[static_cast<int>(l)];
+}
+
+}  // namespace pixbench
