@@ -349,7 +349,12 @@ std::string histogram_svg(const std::array<Plane, 3>& planes, const std::string&
   svg += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
   std::string escaped;
   for (char c : title) escaped += c == '<' ? "&lt;" : c == '>' ? "&gt;" : c == '&' ? "&amp;" : std::string(1, c);
-  svg += "<text x=\"" + std::to_string(kLeft) + "\" y=\"24\" font-size=\"15\">" + escaped + "</text>\n";
+  // Appended piece by piece: GCC 12 misreads a literal + temporary as overlapping copies.
+  svg += "<text x=\"";
+  svg += std::to_string(kLeft);
+  svg += "\" y=\"24\" font-size=\"15\">";
+  svg += escaped;
+  svg += "</text>\n";
   for (std::size_t k = 0; k < planes.size(); ++k) {
     const Plane& pl = planes[k];
     const int top = kTop + static_cast<int>(k) * (kPanel + kGap) + 20, base = top + kPanel;
