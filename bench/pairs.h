@@ -1,11 +1,15 @@
-// What the benchmarks that measure a side of ours against a peer share: the
-// reporter that keeps each side's rate of every repetition (or their median
-// when only aggregates are reported), the median, and the SIMD level's name.
+// What the benchmarks that measure a side of ours against a peer share: frame
+// sizes, the --photos=DIR argument, the reporter that keeps each side's rate
+// of every repetition (or their median when only aggregates are reported),
+// the median, and the SIMD level's name.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -13,6 +17,29 @@
 #include "core/simd.h"
 
 namespace pixbench {
+
+using Clock = std::chrono::steady_clock;
+using Bytes = std::vector<uint8_t>;
+
+struct Size {
+  int width, height;
+  std::string name() const { return std::to_string(width) + "x" + std::to_string(height); }
+  std::size_t pixels() const { return static_cast<std::size_t>(width) * height; }
+};
+
+// --photos=DIR is the benchmarks' own; every other argument goes to the
+// benchmark library (into `args`).  Gives DIR, or "" without one.
+inline std::string photos_argument(int argc, char** argv, std::vector<char*>& args) {
+  std::string photos;
+  for (int i = 0; i < argc; ++i) {
+    if (std::strncmp(argv[i], "--photos=", 9) == 0) {
+      photos = argv[i] + 9;
+    } else {
+      args.push_back(argv[i]);
+    }
+  }
+  return photos;
+}
 
 class Collector : public benchmark::ConsoleReporter {
  public:

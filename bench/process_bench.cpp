@@ -50,14 +50,9 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Bytes = std::vector<uint8_t>;
-
-struct Size {
-  int width, height;
-  std::string name() const { return std::to_string(width) + "x" + std::to_string(height); }
-  std::size_t pixels() const { return static_cast<std::size_t>(width) * height; }
-};
+using pixbench::Bytes;
+using pixbench::Clock;
+using pixbench::Size;
 constexpr Size kHd{1920, 1080}, kPal{720, 576}, kSmall{1280, 720};
 
 // The two source pictures in every layout a pair reads.
@@ -294,15 +289,8 @@ int main(int argc, char** argv) {
 #ifdef PIX95_HAVE_OPENCV
   cv::setNumThreads(1);
 #endif
-  std::string photos;
   std::vector<char*> args;
-  for (int i = 0; i < argc; ++i) {
-    if (std::strncmp(argv[i], "--photos=", 9) == 0) {
-      photos = argv[i] + 9;
-    } else {
-      args.push_back(argv[i]);
-    }
-  }
+  const std::string photos = pixbench::photos_argument(argc, argv, args);
   int count = static_cast<int>(args.size());
   Frames all_frames = frames(photos);
   const std::vector<Pair> all = pairs();

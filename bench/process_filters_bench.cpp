@@ -45,14 +45,9 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Bytes = std::vector<uint8_t>;
-
-struct Size {
-  int width, height;
-  std::string name() const { return std::to_string(width) + "x" + std::to_string(height); }
-  std::size_t pixels() const { return static_cast<std::size_t>(width) * height; }
-};
+using pixbench::Bytes;
+using pixbench::Clock;
+using pixbench::Size;
 constexpr Size kSizes[] = {{720, 576}, {1920, 1080}};
 
 uint32_t locked(uint16_t format, const Size& s, uint8_t* data) {
@@ -381,15 +376,8 @@ void run(benchmark::State& state, const Pair& pair, Frame& frame) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string photos;
   std::vector<char*> args;
-  for (int i = 0; i < argc; ++i) {
-    if (std::strncmp(argv[i], "--photos=", 9) == 0) {
-      photos = argv[i] + 9;
-    } else {
-      args.push_back(argv[i]);
-    }
-  }
+  const std::string photos = pixbench::photos_argument(argc, argv, args);
 #ifdef PIX95_HAVE_OPENCV
   cv::setNumThreads(1);
 #endif
