@@ -29,6 +29,12 @@ struct Rect {
 // Device capability indices asked by init.
 inline constexpr int kHorzRes = 8, kVertRes = 10, kBitsPixel = 12, kPlanes = 14, kColorRes = 108;
 
+// True when the platform can draw: its drawing libraries are loaded and, when
+// `window` is set, a window system is reachable.  Otherwise `message` says
+// what is missing (on Linux: libcairo, libX11 or the X display that DISPLAY
+// names) and the caller reports 0x10530000 with it.  Always true on Windows.
+bool ready(bool window, std::string& message);
+
 // --- device contexts and facts ----------------------------------------------------
 PIX_HDC get_dc(PIX_HWND window);                  // GetDC; null on failure
 void release_dc(PIX_HWND window, PIX_HDC dc);     // ReleaseDC
