@@ -35,6 +35,18 @@ Display* quiet_display(uint32_t handle, const char* function, uint32_t& result) 
   return d;
 }
 
+// The window and paint-context accessors answer a bad handle silently.
+uint32_t set_handle(uint32_t handle, void* Display::*field, void* value) {
+  Display* d = displays().find(handle);
+  if (d == nullptr) return code::bad_handle;
+  d->*field = value;
+  return 0;
+}
+void* get_handle(uint32_t handle, void* Display::*field) {
+  const Display* d = displays().find(handle);
+  return d == nullptr ? nullptr : d->*field;
+}
+
 constexpr uint16_t kFieldsFirstFirst = 4;
 constexpr uint16_t kFieldsSecondFirst = 5;
 
@@ -164,28 +176,16 @@ PIX_API uint32_t PIX_CALL PIX_display_set_ROI(uint32_t handle, uint16_t mode, ui
 }
 
 PIX_API uint32_t PIX_CALL PIX_display_set_hWnd(uint32_t handle, PIX_HWND window) {
-  Display* d = displays().find(handle);
-  if (d == nullptr) return code::bad_handle;
-  d->window = window;
-  return 0;
+  return set_handle(handle, &Display::window, window);
 }
 
-PIX_API PIX_HWND PIX_CALL PIX_display_get_hWnd(uint32_t handle) {
-  const Display* d = displays().find(handle);
-  return d == nullptr ? nullptr : d->window;
-}
+PIX_API PIX_HWND PIX_CALL PIX_display_get_hWnd(uint32_t handle) { return get_handle(handle, &Display::window); }
 
 PIX_API uint32_t PIX_CALL PIX_display_set_paint_hDC(uint32_t handle, PIX_HDC dc) {
-  Display* d = displays().find(handle);
-  if (d == nullptr) return code::bad_handle;
-  d->paint_dc = dc;
-  return 0;
+  return set_handle(handle, &Display::paint_dc, dc);
 }
 
-PIX_API PIX_HDC PIX_CALL PIX_display_get_paint_hDC(uint32_t handle) {
-  const Display* d = displays().find(handle);
-  return d == nullptr ? nullptr : d->paint_dc;
-}
+PIX_API PIX_HDC PIX_CALL PIX_display_get_paint_hDC(uint32_t handle) { return get_handle(handle, &Display::paint_dc); }
 
 PIX_API uint32_t PIX_CALL PIX_display_get_DeviceCaps(uint32_t handle, uint16_t id) {
   const Display* d = checked_display(handle, "PIX_display_get_DeviceCaps");
