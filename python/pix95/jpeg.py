@@ -129,13 +129,13 @@ def _decode_into(j, dest, strip):
 def _decode_image(data, format):
     """A stream decoded into an Image of the picture's own size."""
     with _read_stream(data) as j:
+        width, height = j.width, j.height  # the decoder leaves the block-padded size
         dest, strip = _output(j, format)
         try:
             _decode_into(j, dest, strip)
         except BaseException:
             dest.close()
             raise
-        width, height = j.width, j.height
     if dest.width != width:
         with dest:
             exact = Image(dest.format, width, height)
@@ -150,10 +150,11 @@ def decompress(data, format=None):
     """The picture of a JFIF stream as an array: Y8 for grey streams, RGB24
     otherwise (or `format`: 'y8', 'yuv422' or 'rgb24')."""
     with _read_stream(data) as j:
+        width, height = j.width, j.height  # the decoder leaves the block-padded size
         dest, strip = _output(j, format)
         with dest:
             _decode_into(j, dest, strip)
-            return dest.array[:j.height, :j.width]
+            return dest.array[:height, :width]
 
 
 def _strips(path, lines):
@@ -208,7 +209,6 @@ class Sequence:
             with session():
                 check(lib.PIX_image_copy_parameters(first.handle, h), "PIX_image_copy_parameters")
                 lib.PIX_image_set_parameter(h, _LENGTH, 0)
-                lib.PIX_image_set_parameter(h, _FRAMES, 0)  # each frame appended counts one
                 _tables(self._j)
                 check(lib.PIX_JPEG_malloc_N_bytes_data(h, total), "PIX_JPEG_malloc_N_bytes_data")
                 for c in coded:
@@ -216,6 +216,9 @@ class Sequence:
                         raise ValueError("the frames of a sequence share one size and pixel format")
                     check(lib.PIX_JPEG_sequence_build(c.handle, h), "PIX_JPEG_sequence_build")
                 check(lib.PIX_JPEG_sequence_build(0, h), "PIX_JPEG_sequence_build")
+                # Appending counts on from the count the description brought
+                # (an image has at least one frame): the count is the frames'.
+                lib.PIX_image_set_parameter(h, _FRAMES, len(coded))
         except BaseException:
             if self._j is not None:
                 self._j.close()
@@ -255,10 +258,11 @@ class Sequence:
             with session():
                 check(lib.PIX_JPEG_sequence_extract_frame(self._j.handle, f.handle, k + 1),
                       "PIX_JPEG_sequence_extract_frame")
+            width, height = f.width, f.height
             dest, strip = _output(f, format)
             with dest:
                 _decode_into(f, dest, strip)
-                return dest.array[:f.height, :f.width]
+                return dest.array[:height, :width]
 
     __getitem__ = frame
 
