@@ -25,8 +25,6 @@ X11State& x11_state() noexcept {
 
 namespace {
 
-constexpr const char* kStage = "PIX_display_X11";
-
 // Opens one library and takes the named symbols from it; false with the
 // loader's words in `message`.
 template <typename Bind>
@@ -75,53 +73,35 @@ int trap_handler(Display*, XErrorEvent* event) {
   return 0;
 }
 
-// Loads cairo alone (image, PDF and PostScript surfaces need no X server).
-X11State* cairo_ready(const char* function) {
-  X11State& s = x11_state();
-  if (s.call.cairo_create != nullptr) return &s;
-  if (load_cairo(s)) return &s;
-  report(function, kUnavailable, s.message.c_str());
-  return nullptr;
-}
-
-// Loads the X libraries without connecting (a cairo_t on the application's
-// own X connection needs the calls, not ours).
-X11State* xlib_ready(const char* function) {
-  X11State& s = x11_state();
-  if (s.call.XShmPutImage != nullptr && s.call.cairo_create != nullptr) return &s;
-  if (load_cairo(s) && load_x11(s)) return &s;
-  report(function, kUnavailable, s.message.c_str());
-  return nullptr;
-}
-
 }  // namespace
 
-X11State* ready(const char* function) {
+X11State* cairo_ready() {
   X11State& s = x11_state();
-  if (s.display != nullptr) return &s;
-  if (!s.tried) {
-    s.tried = true;
-    if (!load_cairo(s) || !load_x11(s)) {
-      s.failure = kUnavailable;
-    } else if (const char* name = std::getenv("DISPLAY"); name == nullptr || *name == '\0') {
-      s.failure = kUnavailable;
-      s.message = "no X display: DISPLAY is not set";
-    } else if ((s.display = s.call.XOpenDisplay(nullptr)) == nullptr) {
-      s.failure = kUnavailable;
-      s.message = std::string("cannot open X display '") + name + "'";
-    } else {
-      s.shm = s.call.XShmQueryExtension(s.display) != False;
-    }
-  }
-  if (s.display != nullptr) return &s;
-  report(function, s.failure, s.message.c_str());
+  if (s.call.cairo_create != nullptr || load_cairo(s)) return &s;
   return nullptr;
 }
 
-uint32_t availability() {
+X11State* xlib_ready() {
   X11State& s = x11_state();
-  if (s.display != nullptr) return 0;
-  return ready("PIX_display_X11") != nullptr ? 0 : s.failure;
+  if ((s.call.XShmPutImage != nullptr && s.call.cairo_create != nullptr) || (load_cairo(s) && load_x11(s))) return &s;
+  return nullptr;
+}
+
+X11State* connect() {
+  X11State& s = x11_state();
+  if (s.display != nullptr) return &s;
+  // Tried again at every use until it works: a library installed or a
+  // server started later is found then.
+  if (!load_cairo(s) || !load_x11(s)) {
+    return nullptr;
+  } else if (const char* name = std::getenv("DISPLAY"); name == nullptr || *name == '\0') {
+    s.message = "no X display: DISPLAY is not set";
+  } else if ((s.display = s.call.XOpenDisplay(nullptr)) == nullptr) {
+    s.message = std::string("cannot open X display '") + name + "'";
+  } else {
+    s.shm = s.call.XShmQueryExtension(s.display) != False;
+  }
+  return s.display != nullptr ? &s : nullptr;
 }
 
 ErrorTrap::ErrorTrap(X11State& s) : s_(s) {
@@ -170,6 +150,7 @@ struct Objects {
   std::vector<std::unique_ptr<Bitmap>> bitmaps;
   std::vector<std::unique_ptr<MemoryDc>> dcs;
   std::vector<std::unique_ptr<DirectImage>> direct;
+  std::vector<cairo_t*> made;  // contexts get_dc made
   std::vector<uint32_t> scratch;
   char stock = 0;  // the object a new memory context holds
 };
@@ -313,10 +294,17 @@ bool draw_dib(X11State& s, cairo_t* cr, const Dib& dib, const uint8_t* bits, uin
 
 }  // namespace
 
+bool ready(bool window, std::string& message) {
+  X11State& s = x11_state();
+  if (window ? connect() != nullptr : cairo_ready() != nullptr) return true;
+  message = s.message;
+  return false;
+}
+
 // --- device contexts and facts ---------------------------------------------------------
 
 PIX_HDC get_dc(PIX_HWND window) {
-  X11State* s = ready("GetDC");
+  X11State* s = connect();
   if (s == nullptr) return nullptr;
   XWindowAttributes a{};
   {
@@ -331,23 +319,27 @@ PIX_HDC get_dc(PIX_HWND window) {
     s->call.cairo_destroy(cr);
     return nullptr;
   }
+  objects().made.push_back(cr);
   return cr;
 }
 
 void release_dc(PIX_HWND, PIX_HDC dc) {
   X11State& s = x11_state();
-  if (dc == nullptr || s.call.cairo_destroy == nullptr) return;
+  auto& made = objects().made;
+  const auto it = std::find(made.begin(), made.end(), dc);
+  if (it == made.end()) return;  // the application's own context stays
+  made.erase(it);
   flush(s, as_cairo(dc));
   s.call.cairo_destroy(as_cairo(dc));
 }
 
 int32_t device_caps(PIX_HDC dc, int index) {
-  X11State* s = cairo_ready("GetDeviceCaps");
+  X11State* s = cairo_ready();
   if (s == nullptr || dc == nullptr) return 0;
   cairo_surface_t* target = s->call.cairo_get_target(as_cairo(dc));
   int width = 0, height = 0, bits = 32, colour = 24;
   if (is_xlib(*s, target)) {
-    if (xlib_ready("GetDeviceCaps") == nullptr) return 0;
+    if (xlib_ready() == nullptr) return 0;
     Screen* screen = s->call.cairo_xlib_surface_get_screen(target);
     const int depth = s->call.cairo_xlib_surface_get_depth(target);
     width = WidthOfScreen(screen);
@@ -372,7 +364,7 @@ int32_t device_caps(PIX_HDC dc, int index) {
 }
 
 bool probe_masks(PIX_HDC dc, uint32_t& red, uint32_t& green, uint32_t& blue) {
-  X11State* s = cairo_ready("CreateDIBitmap");
+  X11State* s = cairo_ready();
   if (s == nullptr || dc == nullptr) return false;
   cairo_surface_t* target = s->call.cairo_get_target(as_cairo(dc));
   if (is_xlib(*s, target)) {
@@ -390,7 +382,7 @@ bool probe_masks(PIX_HDC dc, uint32_t& red, uint32_t& green, uint32_t& blue) {
 }
 
 bool window_rect(PIX_HWND window, Rect& rect) {
-  X11State* s = ready("GetWindowRect");
+  X11State* s = connect();
   if (s == nullptr) return false;
   ErrorTrap trap(*s);
   XWindowAttributes a{};
@@ -404,7 +396,7 @@ bool window_rect(PIX_HWND window, Rect& rect) {
 }
 
 bool client_to_screen(PIX_HWND window, int32_t& x, int32_t& y) {
-  X11State* s = ready("ClientToScreen");
+  X11State* s = connect();
   if (s == nullptr) return false;
   ErrorTrap trap(*s);
   XWindowAttributes a{};
@@ -421,7 +413,7 @@ bool client_to_screen(PIX_HWND window, int32_t& x, int32_t& y) {
 
 int32_t set_dib_to_device(PIX_HDC dc, int32_t x, int32_t y, int32_t width, int32_t height, int32_t source_x,
                           int32_t source_y, uint32_t first_line, uint32_t lines, const void* bits, const void* header) {
-  X11State* s = cairo_ready("SetDIBitsToDevice");
+  X11State* s = cairo_ready();
   Dib dib;
   if (s == nullptr || dc == nullptr || bits == nullptr || !read_dib(header, dib)) return 0;
   const int rows = std::abs(dib.height);
@@ -443,7 +435,7 @@ int32_t set_dib_to_device(PIX_HDC dc, int32_t x, int32_t y, int32_t width, int32
 int32_t stretch_dib(PIX_HDC dc, int32_t x, int32_t y, int32_t width, int32_t height, int32_t source_x,
                     int32_t source_y, int32_t source_width, int32_t source_height, const void* bits,
                     const void* header) {
-  X11State* s = cairo_ready("StretchDIBits");
+  X11State* s = cairo_ready();
   Dib dib;
   if (s == nullptr || dc == nullptr || bits == nullptr || !read_dib(header, dib)) return 0;
   const int rows = std::abs(dib.height);
@@ -460,7 +452,7 @@ int32_t stretch_dib(PIX_HDC dc, int32_t x, int32_t y, int32_t width, int32_t hei
 // --- the DDB path --------------------------------------------------------------------------
 
 PIX_HDC create_compatible_dc(PIX_HDC dc) {
-  X11State* s = cairo_ready("CreateCompatibleDC");
+  X11State* s = cairo_ready();
   if (s == nullptr || dc == nullptr) return nullptr;
   auto memory = std::make_unique<MemoryDc>();
   memory->like = s->call.cairo_surface_reference(s->call.cairo_get_target(as_cairo(dc)));
@@ -470,7 +462,7 @@ PIX_HDC create_compatible_dc(PIX_HDC dc) {
 }
 
 Object create_compatible_bitmap(PIX_HDC dc, int32_t width, int32_t height) {
-  X11State* s = cairo_ready("CreateCompatibleBitmap");
+  X11State* s = cairo_ready();
   if (s == nullptr || dc == nullptr || width <= 0 || height <= 0 || width > 32767 || height > 32767) return nullptr;
   // A memory context's bitmaps are like its reference's.
   MemoryDc* memory = find(objects().dcs, dc);
@@ -478,7 +470,7 @@ Object create_compatible_bitmap(PIX_HDC dc, int32_t width, int32_t height) {
   auto bitmap = std::make_unique<Bitmap>();
   bitmap->width = width, bitmap->height = height;
   if (is_xlib(*s, like)) {
-    if (xlib_ready("CreateCompatibleBitmap") == nullptr) return nullptr;
+    if (xlib_ready() == nullptr) return nullptr;
     Display* display = s->call.cairo_xlib_surface_get_display(like);
     bitmap->display = display;
     bitmap->visual = s->call.cairo_xlib_surface_get_visual(like);
@@ -668,9 +660,7 @@ bool direct_create(PIX_HWND window, DirectObjects& o, std::string& message) {
   (void)message;
   auto d = std::make_unique<DirectImage>();
   d->window = to_window(window);
-  o.object = d.get();
-  o.clipper = d.get();
-  o.primary = nullptr;
+  o.object = o.primary = o.clipper = d.get();
   objects().direct.push_back(std::move(d));
   return true;
 }
@@ -696,14 +686,12 @@ bool direct_restore(DirectObjects& o, std::string& message) {
     message = "XShmCreateImage call 1 - no direct object";
     return false;
   }
-  X11State* s = ready("DDS_DrawImage");
+  X11State* s = connect();
   if (s == nullptr) {
     message = "XOpenDisplay call 1 - " + x11_state().message;
     return false;
   }
-  if (!make_image(*s, *d, message)) return false;
-  o.primary = d->image;
-  return true;
+  return make_image(*s, *d, message);
 }
 
 bool direct_clip(DirectObjects& o, Rect& clip, std::string& message) {

@@ -22,9 +22,10 @@
 
 namespace pix::display::x11 {
 
-// The status code of a display that cannot be reached: no libX11, libXext or
-// libcairo, no DISPLAY, or a server that refuses the connection.
-inline constexpr uint32_t kUnavailable = 0x10640000;  // (Open failed)
+// The status code the display reports when it cannot be reached (no libX11,
+// libXext or libcairo, no DISPLAY, or a server that refuses the connection),
+// with the missing piece as its message.
+inline constexpr uint32_t kUnavailable = 0x10530000;  // (System call failed)
 
 #define PIX95_X11_CALLS(X)                                                                                      \
   X(XOpenDisplay) X(XCloseDisplay) X(XDisplayName) X(XSync) X(XFlush) X(XSetErrorHandler) X(XGetErrorText)     \
@@ -68,9 +69,7 @@ struct LibraryNames {
 // while windows may still be drawn into).
 struct X11State {
   LibraryNames names;
-  bool tried = false;
-  uint32_t failure = 0;  // kUnavailable once the first use failed
-  std::string message;   // what was missing
+  std::string message;  // what was missing at the last failed use
   void* x11 = nullptr;
   void* xext = nullptr;
   void* cairo = nullptr;
@@ -80,13 +79,12 @@ struct X11State {
 };
 X11State& x11_state() noexcept;
 
-// The state ready for drawing, or null after reporting kUnavailable (once per
-// process) under `function`.
-X11State* ready(const char* function);
-
-// The code of the failure to reach the display (kUnavailable), or 0 when it
-// is reachable; tries to reach it first.
-uint32_t availability();
+// The state with cairo loaded; with the X libraries loaded too; connected
+// to the X server.  Null when that cannot be had,
+// the reason in `message`.
+X11State* cairo_ready();
+X11State* xlib_ready();
+X11State* connect();
 
 // Runs X requests with the process's error handler replaced by one that
 // records the first error instead of ending the program; gives the error

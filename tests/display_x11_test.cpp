@@ -66,7 +66,7 @@ struct ImageDc {
 };
 
 struct Window {
-  X11State& s = *ready("test");
+  X11State& s = *connect();
   ::Window id;
   explicit Window(int w, int h, int x = 30, int y = 20)
       : id(s.call.XCreateSimpleWindow(s.display, s.call.XRootWindow(s.display, 0), x, y, unsigned(w), unsigned(h), 0, 0,
@@ -90,7 +90,7 @@ class X11Backend : public pixtest::LibraryTest {};
 // The platform calls on every kind of context: the DIB at its own size and
 // stretched, and the bitmap path, with the same picture read back.
 TEST_F(X11Backend, DibAndBitmapOnImageSurfacesAndWindows) {
-  ASSERT_NE(ready("test"), nullptr) << "needs an X server: run under xvfb-run";
+  ASSERT_NE(connect(), nullptr) << "needs an X server: run under xvfb-run";
   const int w = 24, h = 18;
   const auto dib = make_dib(w, h);
   Window window(100, 80);
@@ -139,7 +139,7 @@ TEST_F(X11Backend, DibAndBitmapOnImageSurfacesAndWindows) {
 }
 
 TEST_F(X11Backend, WindowFactsAndTheSharedMemoryPath) {
-  ASSERT_NE(ready("test"), nullptr);
+  ASSERT_NE(connect(), nullptr);
   Window window(64, 48, 200, 100);
   b::Rect r;
   ASSERT_TRUE(b::window_rect(window.handle(), r));
@@ -176,22 +176,25 @@ TEST_F(X11Backend, WindowFactsAndTheSharedMemoryPath) {
   EXPECT_EQ(objects.object, nullptr);
 }
 
-// Run without DISPLAY (a ctest entry of its own): the library still loads
-// and works on image surfaces; reaching X fails with the stated code.
+// Run without DISPLAY (a ctest entry of its own): the library still works
+// on image surfaces; reaching X fails with the stated code and the reason.
 TEST_F(X11Backend, WithoutDisplayOrLibraries) {
   ASSERT_EQ(std::getenv("DISPLAY"), nullptr) << "run with DISPLAY unset";
   X11State& s = x11_state();
+  std::string message;
   s.names.cairo = "libcairo-not-installed.so.2";
-  EXPECT_EQ(b::device_caps(reinterpret_cast<PIX_HDC>(&s), b::kBitsPixel), 0);
-  expect_report(kUnavailable, "GetDeviceCaps", kUnavailable,
-                "libcairo-not-installed.so.2: cannot open shared object file: No such file or directory");
+  EXPECT_FALSE(b::ready(false, message));
+  EXPECT_EQ(message, "libcairo-not-installed.so.2: cannot open shared object file: No such file or directory");
+  const uint32_t d = PIX_display_create();
+  expect_report(PIX_display_init(d, to_handle(1)), "PIX_display_init", kUnavailable, message);
   s.names.cairo = LibraryNames{}.cairo;
-  EXPECT_EQ(b::device_caps(nullptr, b::kBitsPixel), 0);  // loads cairo
+  ASSERT_TRUE(b::ready(false, message));
   ImageDc image(8, 8);
   EXPECT_EQ(b::device_caps(image.cr, b::kBitsPixel), 32);
+  EXPECT_FALSE(b::ready(true, message));
+  EXPECT_EQ(message, "no X display: DISPLAY is not set");
+  expect_report(PIX_display_init(d, to_handle(1)), "PIX_display_init", kUnavailable, message);
   EXPECT_EQ(b::get_dc(to_handle(1)), nullptr);
-  expect_report(kUnavailable, "GetDC", kUnavailable, "no X display: DISPLAY is not set");
-  EXPECT_EQ(availability(), kUnavailable);
 }
 
 }  // namespace
