@@ -12,6 +12,7 @@
 
 #include "jpeg.h"
 #include "pix.h"
+#include "show.h"
 
 namespace {
 
@@ -31,6 +32,9 @@ constexpr const char* kUsage =
     "       pix key IN OUT (--background FILE | --colour N) [--soft] [--calibrate BACKDROP]\n"
     "               [--hue C[,W]] [--luma C[,W]]\n"
     "       pix demo [DIR]\n"
+    "       pix show FILE [--fit] [--aspect] [--roi X,Y,W,H] [--dib | --direct] [--window W,H]\n"
+    "                [--strip-lines N]\n"
+    "       pix print FILE OUT.pdf [--percent N]\n"
     "       pix --help\n";
 
 constexpr const char* kHelp =
@@ -102,6 +106,18 @@ constexpr const char* kHelp =
     "      format (JPEG grey and 4:2:2 too) into DIR (default pix-demo), reads each\n"
     "      file back, checks it, builds a 25-frame motion-JPEG sequence, takes\n"
     "      frames out of it again, and prints a table\n"
+    "  pix show FILE [--fit] [--aspect] [--roi X,Y,W,H] [--dib | --direct] [--window W,H]\n"
+    "           [--strip-lines N]\n"
+    "      shows FILE in a window until a key is pressed or the window closed:\n"
+    "      strip by strip (N lines, default 64) in the screen's pixel format\n"
+    "      through device-dependent bitmaps, through the direct path with\n"
+    "      --direct (MIT-SHM on Linux), or whole as a DIB with --dib.  --roi\n"
+    "      places it (32767 for W or H: automatic), --fit stretches it to the\n"
+    "      window (W,H pixels, default the picture's size), --aspect keeps its\n"
+    "      shape.  Needs an X display on Linux\n"
+    "  pix print FILE OUT.pdf [--percent N]\n"
+    "      prints FILE centred on an A4 PDF page (300 dots an inch), N percent\n"
+    "      (default 100) of the largest size that fits\n"
     "\n"
     "Exit status: 0 on success, 1 when the library reports a failure or a check\n"
     "fails, 2 on a usage error.\n";
@@ -144,6 +160,10 @@ int main(int argc, char** argv) {
       status = histogram(args);
     } else if (command == "key") {
       status = key(args);
+    } else if (command == "show") {
+      status = show(args);
+    } else if (command == "print") {
+      status = print(args);
     } else if (command == "demo") {
       status = demo(args);
     } else {
