@@ -140,6 +140,13 @@ TEST_F(GeometrySimd, MirrorEveryPixelSizeAndYuvEveryLength) {
         g.mirror_yuv422(src.data(), d, pairs);
       })) << "YUV 4:2:2, " << n * b / 4 << " pairs";
     }
+    // Strips of more than 4 MiB in and out are walked the other way round.
+    for (std::size_t n : {(std::size_t{1} << 20) / b + 1, (std::size_t{1} << 20) / b + 37}) {
+      const Bytes big = random(2 * n * b);
+      ASSERT_TRUE(same_at_every_level(2 * n * b, [&](const k::GeometryKernels& g, uint8_t* d) {
+        g.mirror[b - 1](big.data(), std::ptrdiff_t(n * b), d, std::ptrdiff_t(n * b), 2, n);
+      })) << b << " bytes, 2 lines of " << n << " pixels";
+    }
   }
 }
 
