@@ -13,7 +13,7 @@
 //   rotate 90 RGBX32                     libyuv ARGBRotate, cv::rotate
 //
 // Scales run 1920x1080 down to 1280x720 and a 720x576 PAL frame up to
-// 1920x1080; mirror and turn run on 1920x1080.  Each pair (ours and one
+// 1920x1080; mirror runs on 1920x1080 and on the PAL frame, turns on 1920x1080.  Each pair (ours and one
 // peer) is a benchmark of its own: both run once an iteration on the same
 // source, each into its own destination, the side that goes first changing
 // each iteration, single thread, so both see the same machine load.  Rates
@@ -143,6 +143,7 @@ std::vector<Pair> pairs() {
       all.push_back({"scale up " + std::string(f.name), Op::scale, f.format, f.bytes, kPal, kHd, {}});
     }
     all.push_back({"mirror " + std::string(f.name), Op::mirror, f.format, f.bytes, kHd, kHd, {}});
+    all.push_back({"mirror " + std::string(f.name), Op::mirror, f.format, f.bytes, kPal, kPal, {}});
     all.push_back({"rotate90 " + std::string(f.name), Op::rotate90, f.format, f.bytes, kHd, {kHd.height, kHd.width},
                    {}});
   }

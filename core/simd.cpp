@@ -16,7 +16,7 @@ namespace {
 // (XCR0): a processor with AVX-512 under a system that does not would fault
 // on the first instruction.
 struct Features {
-  bool sse2 = false, avx2 = false, avx512 = false;
+  bool sse2 = false, avx2 = false, avx512 = false, vbmi = false;
 };
 
 #if PIX95_X86
@@ -40,6 +40,7 @@ Features read_features() {
   f.avx2 = (b & bit_AVX2) != 0;
   const unsigned avx512 = bit_AVX512F | bit_AVX512BW | bit_AVX512VL;
   f.avx512 = f.avx2 && (saved & kZmm) == kZmm && (b & avx512) == avx512;
+  f.vbmi = f.avx512 && (c & bit_AVX512VBMI) != 0;
   return f;
 }
 #else
@@ -62,6 +63,8 @@ bool supports(Level level) noexcept {
   }
   return false;
 }
+
+bool supports_vbmi() noexcept { return features().vbmi; }
 
 Level best_up_to(const char* cap) noexcept {
   Level top = Level::avx512;

@@ -26,6 +26,9 @@
 #define PIX95_SSE2 __attribute__((target("sse2")))
 #define PIX95_AVX2 __attribute__((target("avx2")))
 #define PIX95_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl")))
+// The AVX-512 level plus byte permutes across the whole register (VBMI):
+// reached only where supports_vbmi() says so.
+#define PIX95_AVX512VBMI __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi")))
 #else
 #define PIX95_X86 0
 #endif
@@ -42,6 +45,9 @@ inline constexpr std::size_t kLevels = 4;
 // Whether this processor, and the operating system's saving of the vector
 // registers, allow `level`.
 bool supports(Level level) noexcept;
+// Whether this processor runs the AVX-512 level and its byte permutes
+// (VBMI); a kernel of the avx512 level may use them when it does.
+bool supports_vbmi() noexcept;
 
 // The best level this processor supports, capped by `cap` ("scalar", "sse2",
 // "avx2" or "avx512"; null or any other text caps nothing).

@@ -309,7 +309,9 @@ uint32_t mirror_1_strip(uint32_t in, uint32_t out) {
   if (src.format == PIX_YUV422) {
     lines::map(from, 4, to, 4, src.width / 2, count, k::geometry_kernels().mirror_yuv422, {.merge = false});
   } else {
-    lines::map(from, pb, to, pb, src.width, count, k::geometry_kernels().mirror[pb - 1], {.merge = false});
+    // Every counted line lies whole inside both buffers.
+    k::geometry_kernels().mirror[pb - 1](from.data, static_cast<std::ptrdiff_t>(from.stride), to.data,
+                                          static_cast<std::ptrdiff_t>(to.stride), count, src.width);
   }
   return 0;
 }
@@ -334,8 +336,11 @@ uint32_t rotate_1_strip(uint32_t in, uint32_t out, uint16_t angle) {
   if (lines_inside(from, uint64_t{w} * pb, h) < h) return 0;
   if (angle == 180) {
     const uint32_t count = lines_inside(to, uint64_t{w} * pb, std::min(h, dst.lines_this_strip));
-    const auto mirror = k::geometry_kernels().mirror[pb - 1];
-    for (uint32_t j = 0; j < count; ++j) mirror(from.line(h - 1 - j), to.line(j), w);
+    // Source lines from the last up.
+    if (count != 0) {
+      k::geometry_kernels().mirror[pb - 1](from.line(h - 1), -static_cast<std::ptrdiff_t>(from.stride), to.data,
+                                            static_cast<std::ptrdiff_t>(to.stride), count, w);
+    }
     return 0;
   }
   if (h == 0) return 0;

@@ -1,7 +1,7 @@
 // The SIMD kernels of the geometric operations against the scalar ones (which
 // process_geometry_test checks against the formulas): both scale passes for
 // every pair of samples and every weight, on real and hostile column tables;
-// mirrors and quarter turns of every pixel size at every length around the
+// mirrors (whole strips) and quarter turns of every pixel size at every length around the
 // vector steps; nothing written outside a run.
 #include <gtest/gtest.h>
 
@@ -126,13 +126,26 @@ TEST_F(GeometrySimd, HorizontalPassEveryScaleAndHostileColumns) {
 TEST_F(GeometrySimd, MirrorEveryPixelSizeAndYuvEveryLength) {
   for (unsigned b = 1; b <= 4; ++b) {
     for (std::size_t n = 0; n < 400; ++n) {
-      const Bytes src = random(n * b);
-      ASSERT_TRUE(same_at_every_level(n * b, [&](const k::GeometryKernels& g, uint8_t* d) {
-        g.mirror[b - 1](src.data(), d, n);
+      // Three lines with gaps on both sides (every output line at its own
+      // cache-line offset), the source read upwards for odd lengths.
+      const auto in_line = std::ptrdiff_t(n * b + 5), out_line = std::ptrdiff_t(n * b + 3);
+      const Bytes lines = random(3 * std::size_t(in_line));
+      const std::ptrdiff_t step = n % 2 == 0 ? in_line : -in_line;
+      const uint8_t* first = lines.data() + (n % 2 == 0 ? 0 : 2 * in_line);
+      ASSERT_TRUE(same_at_every_level(3 * std::size_t(out_line), [&](const k::GeometryKernels& g, uint8_t* d) {
+        g.mirror[b - 1](first, step, d, out_line, 3, n);
       })) << b << " bytes, " << n << " pixels";
+      const Bytes src = random(n * b);
       ASSERT_TRUE(same_at_every_level(n * 4, [&, pairs = n * b / 4](const k::GeometryKernels& g, uint8_t* d) {
         g.mirror_yuv422(src.data(), d, pairs);
       })) << "YUV 4:2:2, " << n * b / 4 << " pairs";
+    }
+    // Strips of more than 4 MiB in and out are walked the other way round.
+    for (std::size_t n : {(std::size_t{1} << 20) / b + 1, (std::size_t{1} << 20) / b + 37}) {
+      const Bytes big = random(2 * n * b);
+      ASSERT_TRUE(same_at_every_level(2 * n * b, [&](const k::GeometryKernels& g, uint8_t* d) {
+        g.mirror[b - 1](big.data(), std::ptrdiff_t(n * b), d, std::ptrdiff_t(n * b), 2, n);
+      })) << b << " bytes, 2 lines of " << n << " pixels";
     }
   }
 }

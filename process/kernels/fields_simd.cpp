@@ -1,7 +1,8 @@
 // SIMD kernels of the pseudo-colour views: grey to RGB16 words computed in
-// 16-bit lanes (SSE2, AVX2, AVX-512), YUV 4:2:2 pairs spread to RGB24 by
-// byte shuffles (AVX2), and PIX_HSI to RGB24 with the red made by the
-// scalar kernel's own double multiplication, truncated (AVX2, AVX-512).
+// 16-bit lanes (SSE2) or looked up by nibble shuffles (AVX2, AVX-512),
+// YUV 4:2:2 pairs spread to RGB24 by byte shuffles (AVX2), and PIX_HSI to
+// RGB24 with the red made by an integer multiplication equal to the scalar
+// kernel's truncated double one (AVX2; AVX-512 with VBMI).
 // Each handles whole blocks and leaves the last few units to the scalar
 // kernel, so both give the same bytes.
 #include "fields.h"
@@ -37,44 +38,56 @@ PIX95_SSE2 void y8_sse2(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
   if (i < pixels) y8_pseudo_row(src + i, dst + 2 * i, pixels - i);
 }
 
-PIX95_AVX2 inline __m256i y8_words_avx2(__m256i g) {
-  const __m256i twice = _mm256_add_epi16(g, g);
-  const __m256i t = _mm256_min_epi16(twice, _mm256_sub_epi16(_mm256_set1_epi16(511), twice));
-  return _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(g, _mm256_set1_epi16(0xF8)), 8),
-                                         _mm256_slli_epi16(_mm256_and_si256(t, _mm256_set1_epi16(0xFC)), 3)),
-                         _mm256_srli_epi16(_mm256_sub_epi16(_mm256_set1_epi16(255), g), 3));
+// AVX2 and AVX-512: the two bytes of each word looked up by byte shuffles
+// in the nibble tables, then interleaved.  The grey's 64-bit quarters are
+// first put in the order the in-lane interleave undoes.
+static_assert(y8_nibbles_exact());
+constexpr Y8PseudoNibbles kNibbles = make_y8_pseudo_nibbles();
+
+PIX95_AVX2 inline __m256i nibble_table_avx2(const std::array<uint8_t, 16>& t) {
+  return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(t.data())));
 }
 PIX95_AVX2 void y8_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
+  const __m256i lo_low = nibble_table_avx2(kNibbles.lo_low), hi_low = nibble_table_avx2(kNibbles.hi_low);
+  const __m256i hi_high = nibble_table_avx2(kNibbles.hi_high);
+  const __m256i low4 = _mm256_set1_epi8(0x0F), bit3 = _mm256_set1_epi8(0x08);
   std::size_t i = 0;
   for (; pixels - i >= 32; i += 32) {
-    for (std::size_t h = 0; h < 32; h += 16) {
-      const __m256i g = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + h)));
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * (i + h)), y8_words_avx2(g));
-    }
+    const __m256i g = _mm256_permute4x64_epi64(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i)), 0xD8);
+    const __m256i n = _mm256_and_si256(g, low4), m = _mm256_and_si256(_mm256_srli_epi16(g, 4), low4);
+    const __m256i low = _mm256_xor_si256(_mm256_shuffle_epi8(lo_low, n), _mm256_shuffle_epi8(hi_low, m));
+    const __m256i high = _mm256_or_si256(_mm256_and_si256(g, bit3), _mm256_shuffle_epi8(hi_high, m));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * i), _mm256_unpacklo_epi8(low, high));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * i + 32), _mm256_unpackhi_epi8(low, high));
   }
   if (i < pixels) y8_pseudo_row(src + i, dst + 2 * i, pixels - i);
 }
 
-PIX95_AVX512 inline __m512i y8_words_avx512(__m512i g) {
-  const __m512i twice = _mm512_add_epi16(g, g);
-  const __m512i t = _mm512_min_epi16(twice, _mm512_sub_epi16(_mm512_set1_epi16(511), twice));
-  return _mm512_or_si512(_mm512_or_si512(_mm512_slli_epi16(_mm512_and_si512(g, _mm512_set1_epi16(0xF8)), 8),
-                                         _mm512_slli_epi16(_mm512_and_si512(t, _mm512_set1_epi16(0xFC)), 3)),
-                         _mm512_srli_epi16(_mm512_sub_epi16(_mm512_set1_epi16(255), g), 3));
+// (a & c) | b, bit by bit.
+constexpr int kAndOr = 0xEC;
+
+PIX95_AVX512 inline __m512i nibble_table_avx512(const std::array<uint8_t, 16>& t) {
+  return _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i*>(t.data())));
 }
 PIX95_AVX512 void y8_avx512(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
+  const __m512i lo_low = nibble_table_avx512(kNibbles.lo_low), hi_low = nibble_table_avx512(kNibbles.hi_low);
+  const __m512i hi_high = nibble_table_avx512(kNibbles.hi_high);
+  const __m512i low4 = _mm512_set1_epi8(0x0F), bit3 = _mm512_set1_epi8(0x08);
+  const __m512i order = _mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7);
   // Whole cache lines stored (a store across two costs two): the pixels up
   // to the first line boundary of an even destination go one by one.
   const auto address = reinterpret_cast<std::uintptr_t>(dst);
   std::size_t i = address % 2 == 0 ? std::min<std::size_t>(pixels, (64 - address % 64) % 64 / 2) : 0;
   y8_pseudo_row(src, dst, i);
   for (; pixels - i >= 64; i += 64) {
-    for (std::size_t h = 0; h < 64; h += 32) {
-      const __m512i g = _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i + h)));
-      _mm512_storeu_si512(dst + 2 * (i + h), y8_words_avx512(g));
-    }
+    const __m512i g = _mm512_permutexvar_epi64(order, _mm512_loadu_si512(src + i));
+    const __m512i n = _mm512_and_si512(g, low4), m = _mm512_and_si512(_mm512_srli_epi16(g, 4), low4);
+    const __m512i low = _mm512_xor_si512(_mm512_shuffle_epi8(lo_low, n), _mm512_shuffle_epi8(hi_low, m));
+    const __m512i high = _mm512_ternarylogic_epi32(g, _mm512_shuffle_epi8(hi_high, m), bit3, kAndOr);
+    _mm512_storeu_si512(dst + 2 * i, _mm512_unpacklo_epi8(low, high));
+    _mm512_storeu_si512(dst + 2 * i + 64, _mm512_unpackhi_epi8(low, high));
   }
-  if (i < pixels) y8_pseudo_row(src + i, dst + 2 * i, pixels - i);
+  if (i < pixels) y8_avx2(src + i, dst + 2 * i, pixels - i);
 }
 
 // ---------------------------------------------------------------------------
@@ -97,25 +110,22 @@ PIX95_AVX2 void yuv422_avx2(const uint8_t* src, uint8_t* dst, std::size_t pairs)
 }
 
 // ---------------------------------------------------------------------------
-// PIX_HSI (hue word, S, I) to RGB24: the hue's word replaced by its red in
-// each 32-bit lane, then the lanes' first, third and fourth bytes closed up.
+// PIX_HSI (hue word, S, I) to RGB24: the red is the top byte of the hue
+// times kHueRed (32-bit lanes), put in place of the hue's word; then the
+// lanes' first, third and fourth bytes closed up.
+static_assert(hue_multiply_exact());
 
-PIX95_AVX2 inline __m256i hsi_lanes_avx2(__m256i p) {
-  const __m256i hue = _mm256_and_si256(p, _mm256_set1_epi32(0xFFFF));
-  const __m256d scale = _mm256_set1_pd(0.7027777777777778);
-  const __m128i lo = _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(hue)), scale));
-  const __m128i hi = _mm256_cvttpd_epi32(_mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(hue, 1)), scale));
-  const __m256i red = _mm256_and_si256(_mm256_set_m128i(hi, lo), _mm256_set1_epi32(0xFF));
-  return _mm256_or_si256(_mm256_and_si256(p, _mm256_set1_epi32(static_cast<int>(0xFFFF0000u))), red);
-}
 PIX95_AVX2 void hsi_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
   const __m256i close =
       _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 2, 3, 4, 6, 7, 8, 10, 11, 12, 14, 15, -1, -1, -1, -1));
   const __m256i order = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
+  const __m256i hue = _mm256_set1_epi32(0xFFFF), scale = _mm256_set1_epi32(static_cast<int>(kHueRed));
   std::size_t i = 0;
   for (; pixels - i >= 8; i += 8) {
     const __m256i p = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 4 * i));
-    const __m256i packed = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(hsi_lanes_avx2(p), close), order);
+    const __m256i red = _mm256_srli_epi32(_mm256_mullo_epi32(_mm256_and_si256(p, hue), scale), 24);
+    const __m256i lanes = _mm256_or_si256(_mm256_andnot_si256(hue, p), red);
+    const __m256i packed = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(lanes, close), order);
     uint8_t* d = dst + 3 * i;
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(d + 16), _mm256_extracti128_si256(packed, 1));
@@ -123,22 +133,39 @@ PIX95_AVX2 void hsi_avx2(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
   if (i < pixels) hsi_pseudo_row(src + 4 * i, dst + 3 * i, pixels - i);
 }
 
-PIX95_AVX512 void hsi_avx512(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
-  const __m512i close =
-      _mm512_broadcast_i32x4(_mm_setr_epi8(0, 2, 3, 4, 6, 7, 8, 10, 11, 12, 14, 15, -1, -1, -1, -1));
-  const __m512i order = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 3, 7, 11, 15);
-  const __m512d scale = _mm512_set1_pd(0.7027777777777778);
+// 64 pixels a step: four vectors of lanes closed up into three whole
+// vectors, output vector v taking its bytes from lane vectors v and v + 1.
+struct HsiClose {
+  alignas(64) std::array<std::array<uint8_t, 64>, 3> pick;
+};
+constexpr HsiClose make_hsi_close() {
+  HsiClose c{};
+  constexpr unsigned kByte[3] = {0, 2, 3};  // red, saturation, intensity in a lane
+  for (unsigned v = 0; v < 3; ++v) {
+    for (unsigned b = 0; b < 64; ++b) {
+      const unsigned at = 64 * v + b;
+      c.pick[v][b] = static_cast<uint8_t>(4 * (at / 3) + kByte[at % 3] - 64 * v);
+    }
+  }
+  return c;
+}
+constexpr HsiClose kHsiClose = make_hsi_close();
+
+PIX95_AVX512VBMI void hsi_avx512(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
+  const __m512i hue = _mm512_set1_epi32(0xFFFF), scale = _mm512_set1_epi32(static_cast<int>(kHueRed));
+  __m512i pick[3];
+  for (int v = 0; v < 3; ++v) pick[v] = _mm512_load_si512(kHsiClose.pick[v].data());
   std::size_t i = 0;
-  for (; pixels - i >= 16; i += 16) {
-    const __m512i p = _mm512_loadu_si512(src + 4 * i);
-    const __m512i hue = _mm512_and_si512(p, _mm512_set1_epi32(0xFFFF));
-    const __m256i lo = _mm512_cvttpd_epi32(_mm512_mul_pd(_mm512_cvtepi32_pd(_mm512_castsi512_si256(hue)), scale));
-    const __m256i hi = _mm512_cvttpd_epi32(_mm512_mul_pd(_mm512_cvtepi32_pd(_mm512_extracti64x4_epi64(hue, 1)), scale));
-    const __m512i red =
-        _mm512_and_si512(_mm512_inserti64x4(_mm512_castsi256_si512(lo), hi, 1), _mm512_set1_epi32(0xFF));
-    const __m512i lanes = _mm512_or_si512(_mm512_and_si512(p, _mm512_set1_epi32(static_cast<int>(0xFFFF0000u))), red);
-    const __m512i packed = _mm512_permutexvar_epi32(order, _mm512_shuffle_epi8(lanes, close));
-    _mm512_mask_storeu_epi32(dst + 3 * i, 0x0FFF, packed);
+  for (; pixels - i >= 64; i += 64) {
+    __m512i lanes[4];
+    for (int q = 0; q < 4; ++q) {
+      const __m512i p = _mm512_loadu_si512(src + 4 * (i + 16 * q));
+      const __m512i red = _mm512_srli_epi32(_mm512_mullo_epi32(_mm512_and_si512(p, hue), scale), 24);
+      lanes[q] = _mm512_ternarylogic_epi32(p, red, _mm512_set1_epi32(static_cast<int>(0xFFFF0000u)), kAndOr);
+    }
+    for (int v = 0; v < 3; ++v) {
+      _mm512_storeu_si512(dst + 3 * i + 64 * v, _mm512_permutex2var_epi8(lanes[v], pick[v], lanes[v + 1]));
+    }
   }
   if (i < pixels) hsi_avx2(src + 4 * i, dst + 3 * i, pixels - i);
 }
@@ -152,7 +179,8 @@ PseudoKernels pseudo_kernels(simd::Level level) noexcept {
     switch (level) {
       case simd::Level::sse2: return {nullptr, nullptr, y8_sse2};
       case simd::Level::avx2: return {yuv422_avx2, hsi_avx2, y8_avx2};
-      case simd::Level::avx512: return {nullptr, hsi_avx512, y8_avx512};
+      // Without VBMI the HSI view stays with its AVX2 kernel.
+      case simd::Level::avx512: return {nullptr, simd::supports_vbmi() ? hsi_avx512 : nullptr, y8_avx512};
       default: break;
     }
   }

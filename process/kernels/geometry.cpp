@@ -193,8 +193,12 @@ void turn_lines(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across,
 namespace {
 
 template <unsigned B>
-void mirror_fixed(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
-  mirror_row(src, dst, pixels, B);
+void mirror_fixed(const uint8_t* src, std::ptrdiff_t src_stride, uint8_t* dst, std::ptrdiff_t dst_stride,
+                  std::size_t lines, std::size_t pixels) {
+  for (std::size_t y = 0; y < lines; ++y) {
+    const auto at = static_cast<std::ptrdiff_t>(y);
+    mirror_row(src + at * src_stride, dst + at * dst_stride, pixels, B);
+  }
 }
 template <unsigned B>
 void turn_fixed(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across, std::ptrdiff_t step, uint8_t* dst,

@@ -121,7 +121,13 @@ void turn_lines(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across,
                 std::ptrdiff_t dst_stride, std::size_t lines, std::size_t pixels, unsigned pixel_bytes);
 
 struct GeometryKernels {
-  using Mirror = void (*)(const uint8_t* src, uint8_t* dst, std::size_t pixels);
+  // `lines` lines of a strip, each reversed: `pixels` pixels read at
+  // src + y * src_stride, written reversed at dst + y * dst_stride (either
+  // step may be negative).  A whole strip a call, so that no line pays for
+  // a call and the kernel's set-up.
+  using Mirror = void (*)(const uint8_t* src, std::ptrdiff_t src_stride, uint8_t* dst, std::ptrdiff_t dst_stride,
+                          std::size_t lines, std::size_t pixels);
+  using MirrorPairs = void (*)(const uint8_t* src, uint8_t* dst, std::size_t pairs);
   using Turn = void (*)(const uint8_t* src, std::ptrdiff_t first, std::ptrdiff_t across, std::ptrdiff_t step,
                         uint8_t* dst, std::ptrdiff_t dst_stride, std::size_t lines, std::size_t pixels);
   using ScaleH = void (*)(const uint8_t* src, uint8_t* dst, const ScaleColumn* columns, const ScaleGroup* groups,
@@ -129,7 +135,7 @@ struct GeometryKernels {
   using ScaleV = void (*)(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::size_t bytes,
                           unsigned fraction);
   Mirror mirror[4];  // by pixel bytes - 1
-  Mirror mirror_yuv422;  // counted in pairs
+  MirrorPairs mirror_yuv422;  // one line, counted in pairs
   Turn turn[4];      // by pixel bytes - 1
   ScaleH scale_h;    // channels 1 or 3; the groups made by scale_groups for the same columns
   ScaleV scale_v;

@@ -2,6 +2,7 @@
 // run time): mirrors by byte shuffles, quarter turns by transposed tiles,
 // the two bilinear passes with the scalar products' exact truncation.  Each
 // body does whole blocks and leaves the rest of a run to the scalar kernel.
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -14,6 +15,16 @@ namespace pix::process::kernels {
 namespace {
 
 PIX95_SSE2 inline __m128i load16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+
+// A strip mirrored line by line with a one-line kernel.
+template <auto Row>
+void each_line(const uint8_t* src, std::ptrdiff_t src_stride, uint8_t* dst, std::ptrdiff_t dst_stride,
+               std::size_t lines, std::size_t pixels) {
+  for (std::size_t y = 0; y < lines; ++y) {
+    const auto at = static_cast<std::ptrdiff_t>(y);
+    Row(src + at * src_stride, dst + at * dst_stride, pixels);
+  }
+}
 
 // The RGB24 mirror reads its lines backwards in 48-byte steps: the bytes a
 // few steps further down are asked for early, which measurably helps it (and
@@ -414,20 +425,126 @@ PIX95_AVX2 void scale_h_avx2(const uint8_t* src, uint8_t* dst, const ScaleColumn
 // ---------------------------------------------------------------------------
 // AVX-512
 
+// Mirrors of a whole strip: each line in steps of one 64-byte store (B = 1,
+// 2, 4) or of 64 pixels as three stores (B = 3, by byte permutes across
+// the register).  Step i writes the line's pixels i .. i + 64 / B (64 for
+// B = 3).  The steps are 0, then every step from the output's first 64-byte
+// boundary (when a whole number of pixels reaches it), then the one ending
+// at the line's end: the first and last overlap their neighbours, whose
+// bytes they write with the same values, and no other store crosses a cache
+// line.  Lines shorter than a step go to the AVX2 kernel.
+//
+// The steps run in either order.  Reading the source forwards (steps from
+// the last down) is faster while the strip stays in cache; once it does not,
+// the output's backward stores cost far more than that (measured on 2 MiB of
+// grey against 8 MiB of 4-byte pixels), so large strips read backwards.
+inline constexpr std::size_t kCachedStrip = std::size_t{4} << 20;  // bytes in and out together
 template <unsigned B>
-PIX95_AVX512 void mirror_avx512(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
+bool read_forwards(std::size_t lines, std::size_t pixels) {
+  return pixels <= kCachedStrip / (2 * B) / std::max<std::size_t>(lines, 1);
+}
+
+template <unsigned B>
+PIX95_INLINE std::size_t first_boundary(const uint8_t* d) {
+  const std::size_t gap = (64 - reinterpret_cast<std::uintptr_t>(d) % 64) % 64;
+  if constexpr (B == 3) return gap * 43 % 64;  // 3 * 43 = 1 modulo 64
+  return gap % B == 0 ? gap / B : 0;
+}
+
+template <unsigned B>
+PIX95_AVX512 inline void mirror_step_avx512(const uint8_t* s, uint8_t* d, std::size_t pixels, std::size_t i,
+                                            __m512i control) {
   constexpr std::size_t per = 64 / B;
+  const __m512i v = _mm512_loadu_si512(s + (pixels - i - per) * B);
+  __m512i r;
+  if constexpr (B == 4) {
+    r = _mm512_permutexvar_epi32(control, v);
+  } else {
+    const __m512i lanes = _mm512_shuffle_epi8(v, control);
+    r = _mm512_shuffle_i64x2(lanes, lanes, 0x1B);
+  }
+  _mm512_storeu_si512(d + i * B, r);
+}
+
+template <unsigned B>
+PIX95_AVX512 void mirror_avx512(const uint8_t* src, std::ptrdiff_t src_stride, uint8_t* dst, std::ptrdiff_t dst_stride,
+                                std::size_t lines, std::size_t pixels) {
+  constexpr std::size_t per = 64 / B;
+  if (pixels < per) return each_line<mirror_avx2<B>>(src, src_stride, dst, dst_stride, lines, pixels);
   const __m512i control =
       B == 4 ? _mm512_setr_epi32(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0)
              : _mm512_broadcast_i32x4(_mm256_castsi256_si128(reverse_control_avx2<B>()));
-  std::size_t i = 0;
-  for (; pixels - i >= per; i += per) {
-    const __m512i v = _mm512_loadu_si512(src + (pixels - i - per) * B);
-    const __m512i r = B == 4 ? _mm512_permutexvar_epi32(control, v)
-                             : _mm512_shuffle_i64x2(_mm512_shuffle_epi8(v, control), _mm512_shuffle_epi8(v, control), 0x1B);
-    _mm512_storeu_si512(dst + i * B, r);
+  const bool forwards = read_forwards<B>(lines, pixels);
+  for (std::size_t y = 0; y < lines; ++y) {
+    const uint8_t* s = src + static_cast<std::ptrdiff_t>(y) * src_stride;
+    uint8_t* d = dst + static_cast<std::ptrdiff_t>(y) * dst_stride;
+    const std::size_t first = first_boundary<B>(d), steps = (pixels - first) / per;
+    const bool last = first + steps * per < pixels;
+    if (forwards) {
+      if (last) mirror_step_avx512<B>(s, d, pixels, pixels - per, control);
+      for (std::size_t k = steps; k-- > 0;) mirror_step_avx512<B>(s, d, pixels, first + k * per, control);
+      mirror_step_avx512<B>(s, d, pixels, 0, control);
+    } else {
+      mirror_step_avx512<B>(s, d, pixels, 0, control);
+      for (std::size_t k = 0; k < steps; ++k) mirror_step_avx512<B>(s, d, pixels, first + k * per, control);
+      if (last) mirror_step_avx512<B>(s, d, pixels, pixels - per, control);
+    }
   }
-  if (i < pixels) mirror_avx2<B>(src, dst + i * B, pixels - i);
+}
+
+// RGB24, 64 pixels (192 bytes) a step: output vector v picks its bytes (a
+// stretch of up to 66) from two source vectors loaded from the step's byte
+// kRgbMirrorBase[v] on.
+constexpr unsigned kRgbMirrorBase[3] = {64, 32, 0};
+struct RgbMirrorPicks {
+  alignas(64) std::array<std::array<uint8_t, 64>, 3> at;
+};
+constexpr RgbMirrorPicks make_rgb_mirror_picks() {
+  RgbMirrorPicks p{};
+  
+  for (unsigned v = 0; v < 3; ++v) {
+    for (unsigned b = 0; b < 64; ++b) {
+      const unsigned o = 64 * v + b;
+      p.at[v][b] = static_cast<uint8_t>(3 * (63 - o / 3) + o % 3 - kRgbMirrorBase[v]);
+      if (3 * (63 - o / 3) + o % 3 - kRgbMirrorBase[v] >= 128) throw "a pick outside its two vectors";
+    }
+  }
+  return p;
+}
+constexpr RgbMirrorPicks kRgbMirrorPicks = make_rgb_mirror_picks();
+
+PIX95_AVX512VBMI inline void mirror3_step(const uint8_t* s, uint8_t* d, std::size_t pixels, std::size_t i,
+                                          const __m512i* pick) {
+  const uint8_t* block = s + (pixels - i - 64) * 3;
+  const __m512i v0 = _mm512_loadu_si512(block), v32 = _mm512_loadu_si512(block + 32);
+  const __m512i v64 = _mm512_loadu_si512(block + 64), v96 = _mm512_loadu_si512(block + 96);
+  const __m512i v128 = _mm512_loadu_si512(block + 128);
+  uint8_t* out = d + i * 3;
+  _mm512_storeu_si512(out, _mm512_permutex2var_epi8(v64, pick[0], v128));
+  _mm512_storeu_si512(out + 64, _mm512_permutex2var_epi8(v32, pick[1], v96));
+  _mm512_storeu_si512(out + 128, _mm512_permutex2var_epi8(v0, pick[2], v64));
+}
+PIX95_AVX512VBMI void mirror3_avx512(const uint8_t* src, std::ptrdiff_t src_stride, uint8_t* dst,
+                                     std::ptrdiff_t dst_stride, std::size_t lines, std::size_t pixels) {
+  if (pixels < 64) return each_line<mirror_avx2<3>>(src, src_stride, dst, dst_stride, lines, pixels);
+  __m512i pick[3];
+  for (int v = 0; v < 3; ++v) pick[v] = _mm512_load_si512(kRgbMirrorPicks.at[v].data());
+  const bool forwards = read_forwards<3>(lines, pixels);
+  for (std::size_t y = 0; y < lines; ++y) {
+    const uint8_t* s = src + static_cast<std::ptrdiff_t>(y) * src_stride;
+    uint8_t* d = dst + static_cast<std::ptrdiff_t>(y) * dst_stride;
+    const std::size_t first = first_boundary<3>(d), steps = (pixels - first) / 64;
+    const bool last = first + steps * 64 < pixels;
+    if (forwards) {
+      if (last) mirror3_step(s, d, pixels, pixels - 64, pick);
+      for (std::size_t k = steps; k-- > 0;) mirror3_step(s, d, pixels, first + k * 64, pick);
+      mirror3_step(s, d, pixels, 0, pick);
+    } else {
+      mirror3_step(s, d, pixels, 0, pick);
+      for (std::size_t k = 0; k < steps; ++k) mirror3_step(s, d, pixels, first + k * 64, pick);
+      if (last) mirror3_step(s, d, pixels, pixels - 64, pick);
+    }
+  }
 }
 
 PIX95_AVX512 void scale_v_avx512(const uint8_t* upper, const uint8_t* lower, uint8_t* dst, std::size_t bytes,
@@ -456,21 +573,24 @@ PIX95_AVX512 void scale_v_avx512(const uint8_t* upper, const uint8_t* lower, uin
 void add_geometry_simd(GeometryKernels& k, simd::Level level) noexcept {
   switch (level) {
     case simd::Level::sse2:
-      k.mirror[0] = mirror_sse2<1>, k.mirror[1] = mirror_sse2<2>, k.mirror[3] = mirror_sse2<4>;
+      k.mirror[0] = each_line<mirror_sse2<1>>, k.mirror[1] = each_line<mirror_sse2<2>>;
+      k.mirror[3] = each_line<mirror_sse2<4>>;
       k.mirror_yuv422 = mirror_yuv422_sse2;
       k.turn[0] = turn1_sse2, k.turn[1] = turn_blocked<2>, k.turn[2] = turn_blocked<3>, k.turn[3] = turn4_sse2;
       k.scale_h = scale_h_multiplied;
       k.scale_v = scale_v_sse2;
       break;
     case simd::Level::avx2:
-      k.mirror[0] = mirror_avx2<1>, k.mirror[1] = mirror_avx2<2>, k.mirror[2] = mirror_avx2<3>;
-      k.mirror[3] = mirror_avx2<4>, k.mirror_yuv422 = mirror_yuv422_avx2;
+      k.mirror[0] = each_line<mirror_avx2<1>>, k.mirror[1] = each_line<mirror_avx2<2>>;
+      k.mirror[2] = each_line<mirror_avx2<3>>, k.mirror[3] = each_line<mirror_avx2<4>>;
+      k.mirror_yuv422 = mirror_yuv422_avx2;
       k.turn[0] = turn1_avx2, k.turn[2] = turn3_avx2;
       k.scale_h = scale_h_avx2;
       k.scale_v = scale_v_avx2;
       break;
     case simd::Level::avx512:
       k.mirror[0] = mirror_avx512<1>, k.mirror[1] = mirror_avx512<2>, k.mirror[3] = mirror_avx512<4>;
+      if (simd::supports_vbmi()) k.mirror[2] = mirror3_avx512;  // else the AVX2 kernel
       k.scale_v = scale_v_avx512;
       break;
     default:
