@@ -48,6 +48,10 @@ struct Ending {
   // A failing finish (a close that failed, say) leaves the function busy,
   // so that another command 4 can try again.
   bool busy_after_failed_finish = false;
+  // The lines of the strip and the lines done are summed in 16 bits when
+  // deciding whether the strip is the last (kept where a renderer always
+  // counted that way: its last strip of a tall image is found where it was).
+  bool sum_16_bits = false;
 };
 
 // The strip step (protocol steps 5 to 7) for the image `counted`, whose strip
@@ -65,7 +69,9 @@ uint32_t advance(Progress& progress, Image& counted, uint16_t command, Work&& wo
       if (uint32_t r = work(); is_error(r)) return r;
       progress.lines_done += counted.lines_this_strip;
       if (counted.height <= progress.lines_done) command = kFinish;
-    } else if (static_cast<uint64_t>(counted.lines_this_strip) + progress.lines_done >= counted.height) {
+    } else if ((ending.sum_16_bits ? static_cast<uint16_t>(counted.lines_this_strip + progress.lines_done)
+                                   : static_cast<uint64_t>(counted.lines_this_strip) + progress.lines_done) >=
+               counted.height) {
       // Kept: the input's strip size is shortened in place for the last strip.
       counted.lines_this_strip = counted.height > progress.lines_done ? counted.height - progress.lines_done : 0;
       if (uint32_t r = work(); is_error(r)) return r;

@@ -37,7 +37,11 @@ bool ready(bool window, std::string& message);
 
 // --- device contexts and facts ----------------------------------------------------
 PIX_HDC get_dc(PIX_HWND window);                  // GetDC; null on failure
-void release_dc(PIX_HWND window, PIX_HDC dc);     // ReleaseDC
+// ReleaseDC.  The bitmap path releases whatever paint context the record
+// holds at its last strip, the caller's own included (kept from the Windows
+// behaviour, where releasing a context GetDC did not give does nothing): a
+// context the backend did not make itself must be left alone.
+void release_dc(PIX_HWND window, PIX_HDC dc);
 int32_t device_caps(PIX_HDC dc, int index);       // GetDeviceCaps
 // The red, green and blue masks of a 15/16-bit device, found by building a
 // device bitmap from a 52-byte header (40-byte header + three masks) held in
