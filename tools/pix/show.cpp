@@ -122,12 +122,13 @@ int show(const Args& args) {
       }
     }
     if (!told) {
-      std::printf("shown %ux%u in a %ux%u window\n", width, height, window_w, window_h);
+      const Point at = client_origin(window);
+      std::printf("shown %ux%u in a %ux%u window at %d,%d\n", width, height, window_w, window_h, at.x, at.y);
       std::fflush(stdout);
       told = true;
     }
-  });
-  PIX_display_destroy(display);
+  }, [&] { PIX_display_destroy(display); });
+  PIX_display_destroy(display);  // when the window failed before closing
   return 0;
 }
 

@@ -15,9 +15,18 @@ namespace pixtool {
 // let the library take the window's own) whenever the picture must be drawn,
 // first once the window is on the screen, and returns when a key is pressed
 // or the window is closed.  Throws std::runtime_error when no window can be
-// opened.
+// opened.  `closing` runs while the window still exists, before it goes
+// (the display's drawing objects are bound to it).
 using Paint = std::function<void(PIX_HWND window, PIX_HDC dc)>;
-void show_window(const std::string& title, uint32_t width, uint32_t height, const Paint& paint);
+void show_window(const std::string& title, uint32_t width, uint32_t height, const Paint& paint,
+                 const std::function<void()>& closing);
+
+// Where the top-left corner of the window's client area is on the screen
+// (for the message that tells what was shown).
+struct Point {
+  int32_t x = 0, y = 0;
+};
+Point client_origin(PIX_HWND window);
 
 // Makes a PDF file of one page, width x height points, and calls `print`
 // with its paint context, whose units are 1/scale points.  Throws

@@ -30,9 +30,25 @@ F symbol(void* library, const char* name) {
 }
 #define PIX_CALL_OF(library, name) const auto name = symbol<decltype(&::name)>(library, #name)
 
+// The window's connection, while show_window has one open.
+Display* open_display = nullptr;
+
 }  // namespace
 
-void show_window(const std::string& title, uint32_t width, uint32_t height, const Paint& paint) {
+Point client_origin(PIX_HWND window) {
+  if (open_display == nullptr) return {};
+  void* x11 = open_library("libX11.so.6");
+  PIX_CALL_OF(x11, XTranslateCoordinates);
+  PIX_CALL_OF(x11, XDefaultRootWindow);
+  int x = 0, y = 0;
+  Window child = 0;
+  XTranslateCoordinates(open_display, static_cast<Window>(reinterpret_cast<uintptr_t>(window)),
+                        XDefaultRootWindow(open_display), 0, 0, &x, &y, &child);
+  return {x, y};
+}
+
+void show_window(const std::string& title, uint32_t width, uint32_t height, const Paint& paint,
+                 const std::function<void()>& closing) {
   void* x11 = open_library("libX11.so.6");
   PIX_CALL_OF(x11, XOpenDisplay);
   PIX_CALL_OF(x11, XCloseDisplay);
@@ -61,6 +77,7 @@ void show_window(const std::string& title, uint32_t width, uint32_t height, cons
   Atom close = XInternAtom(display, "WM_DELETE_WINDOW", False);
   XSetWMProtocols(display, window, &close, 1);
   XMapWindow(display, window);
+  open_display = display;
   try {
     for (bool open = true; open;) {
       XEvent event;
@@ -72,11 +89,14 @@ void show_window(const std::string& title, uint32_t width, uint32_t height, cons
         open = false;
       }
     }
+    closing();
   } catch (...) {
+    open_display = nullptr;
     XDestroyWindow(display, window);
     XCloseDisplay(display);
     throw;
   }
+  open_display = nullptr;
   XDestroyWindow(display, window);
   XCloseDisplay(display);
 }
