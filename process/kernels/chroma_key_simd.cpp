@@ -1,7 +1,9 @@
-// SIMD kernels of chroma keying at SSE2 (4 pairs a vector, the keying bits
-// looked up one pair at a time), AVX2 (8) and AVX-512 (16; both gather the
-// bits from the 8 KiB (U, V) bit table, which stays in the first-level
-// cache): one body (chroma_key_x86_body.h) over each set's operations.
+// SIMD kernels of chroma keying at SSE2 (4 pairs a vector), AVX2 (8) and
+// AVX-512 (16): one body (chroma_key_x86_body.h) over each set's operations.
+// The hue half of the decision comes from the sector of the key range (two
+// multiply-adds and compares a vector) when the strip has one, else from the
+// 8 KiB (U, V) bit table (gathered at AVX2 and AVX-512, looked up one pair
+// at a time at SSE2).
 #include <algorithm>
 #include <iterator>
 
@@ -11,6 +13,12 @@ namespace pix::process::kernels {
 
 #if PIX95_X86
 namespace {
+
+// A sector's two 16-bit factors as one 32-bit lane: the low one multiplies
+// the pair's U word, the high one its V word.
+inline int32_t words(int16_t low, int16_t high) {
+  return static_cast<int32_t>(uint32_t{uint16_t(low)} | uint32_t{uint16_t(high)} << 16);
+}
 
 // The keying bit of one pair from the bit table.
 PIX95_INLINE unsigned keyed_one(const uint8_t* p, const uint8_t* uv, int lo, int hi) {
@@ -33,6 +41,18 @@ T PIX95_INLINE unsigned keyed_group(const uint8_t* p, const uint8_t* uv, Luma l)
   return b;
 }
 T PIX95_INLINE V set32(int32_t v) { return _mm_set1_epi32(v); }
+struct Arc {
+  V lo, hi, w1, w2, t1, t2, outside;
+};
+T PIX95_INLINE V outside_of(bool outside) { return set32(outside ? -1 : 0); }
+T PIX95_INLINE unsigned keyed_arc(V v, const Arc& a) {
+  const V y = _mm_and_si128(v, set32(0xFF));
+  const V luma = _mm_and_si128(_mm_cmpgt_epi32(y, a.lo), _mm_cmpgt_epi32(a.hi, y));
+  const V uv = _mm_xor_si128(_mm_and_si128(v, set32(int32_t(0xFF00FF00))), set32(int32_t(0x80008000)));
+  const V in = _mm_and_si128(_mm_cmpgt_epi32(_mm_madd_epi16(uv, a.w1), a.t1),
+                             _mm_cmpgt_epi32(_mm_madd_epi16(uv, a.w2), a.t2));
+  return static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(_mm_and_si128(luma, _mm_xor_si128(in, a.outside)))));
+}
 T PIX95_INLINE V loadu(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const V*>(p)); }
 T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm_storeu_si128(reinterpret_cast<V*>(p), v); }
 T PIX95_INLINE M mask_of(unsigned bits) {
@@ -69,6 +89,19 @@ T PIX95_INLINE unsigned keyed_group(const uint8_t* p, const uint8_t* uv, Luma l)
   return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ok)));
 }
 T PIX95_INLINE V set32(int32_t v) { return _mm256_set1_epi32(v); }
+struct Arc {
+  V lo, hi, w1, w2, t1, t2, outside;
+};
+T PIX95_INLINE V outside_of(bool outside) { return set32(outside ? -1 : 0); }
+T PIX95_INLINE unsigned keyed_arc(V v, const Arc& a) {
+  const V y = _mm256_and_si256(v, set32(0xFF));
+  const V luma = _mm256_and_si256(_mm256_cmpgt_epi32(y, a.lo), _mm256_cmpgt_epi32(a.hi, y));
+  const V uv = _mm256_xor_si256(_mm256_and_si256(v, set32(int32_t(0xFF00FF00))), set32(int32_t(0x80008000)));
+  const V in = _mm256_and_si256(_mm256_cmpgt_epi32(_mm256_madd_epi16(uv, a.w1), a.t1),
+                                _mm256_cmpgt_epi32(_mm256_madd_epi16(uv, a.w2), a.t2));
+  return static_cast<unsigned>(
+      _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_and_si256(luma, _mm256_xor_si256(in, a.outside)))));
+}
 T PIX95_INLINE V loadu(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
 T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
 T PIX95_INLINE M mask_of(unsigned bits) {
@@ -103,6 +136,20 @@ T PIX95_INLINE unsigned keyed_group(const uint8_t* p, const uint8_t* uv, Luma l)
   return ok;
 }
 T PIX95_INLINE V set32(int32_t v) { return _mm512_set1_epi32(v); }
+struct Arc {
+  V lo, hi, w1, w2, t1, t2;
+  __mmask16 outside;
+};
+T PIX95_INLINE __mmask16 outside_of(bool outside) { return outside ? __mmask16(0xFFFF) : __mmask16(0); }
+T PIX95_INLINE unsigned keyed_arc(V v, const Arc& a) {
+  const V y = _mm512_and_si512(v, set32(0xFF));
+  const __mmask16 luma = _mm512_mask_cmplt_epi32_mask(_mm512_cmpgt_epi32_mask(y, a.lo), y, a.hi);
+  // (v & 0xFF00FF00) ^ 0x80008000
+  const V uv = _mm512_ternarylogic_epi32(v, set32(int32_t(0xFF00FF00)), set32(int32_t(0x80008000)), 0x6A);
+  const __mmask16 in = _mm512_mask_cmpgt_epi32_mask(_mm512_cmpgt_epi32_mask(_mm512_madd_epi16(uv, a.w1), a.t1),
+                                                    _mm512_madd_epi16(uv, a.w2), a.t2);
+  return luma & (in ^ a.outside);
+}
 T PIX95_INLINE V loadu(const uint8_t* p) { return _mm512_loadu_si512(p); }
 T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm512_storeu_si512(p, v); }
 T PIX95_INLINE M mask_of(unsigned bits) { return static_cast<M>(bits); }
