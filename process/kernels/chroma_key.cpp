@@ -141,7 +141,7 @@ bool build_hue_arc(const uint16_t* hue, KeyRange range, HueArc& arc) {
     // Inside when counter-clockwise of `from` and clockwise of `to`; the
     // products vanish at grey alone, which the thresholds take or leave.
     const int32_t t = grey != outside ? -1 : 0;
-    arc = {int16_t(-from.y), int16_t(from.x), int16_t(to.y), int16_t(-to.x), t, t, outside};
+    arc = {int16_t(-from.y), int16_t(from.x), int16_t(to.y), int16_t(-to.x), t, outside};
   };
   if (low[1].rank < 0 || low[0].rank < 0) {
     // Nothing keys, or everything does: an empty sector (a border through

@@ -28,7 +28,7 @@ struct KeyColour {
 // (U, V) = (128, 128), tested with two signed products per pair and no table:
 // with u = (U - 128) * 256 and v = (V - 128) * 256, a pair's (U, V) lies in
 // the hue range when
-//   (a1 * u + b1 * v > t1 && a2 * u + b2 * v > t2) != outside.
+//   (a1 * u + b1 * v > t && a2 * u + b2 * v > t) != outside.
 // Hue grows with the angle of (U - 128, V - 128) except where it wraps, so
 // the hues of a range fill one sector (or its complement, when the range
 // spans more than half a turn); build_hue_arc checks that claim on every
@@ -37,12 +37,12 @@ struct KeyColour {
 // 16-bit words).
 struct HueArc {
   int16_t a1, b1, a2, b2;
-  int32_t t1, t2;
+  int32_t t;
   bool outside;
 };
 inline bool in_arc(const HueArc& s, unsigned u, unsigned v) noexcept {
   const int32_t x = (int32_t(u) - 128) * 256, y = (int32_t(v) - 128) * 256;
-  return (s.a1 * x + s.b1 * y > s.t1 && s.a2 * x + s.b2 * y > s.t2) != s.outside;
+  return (s.a1 * x + s.b1 * y > s.t && s.a2 * x + s.b2 * y > s.t) != s.outside;
 }
 // Finds the sector of `range` for the hue table `hue` and checks it on every
 // (U, V): false (and `arc` unspecified) when no sector matches the table.
