@@ -196,11 +196,13 @@ TEST(ChromaKeySimd, RowsEqualScalarForEveryModeCarryAndLength) {
       auto check = [&](std::size_t pairs, const Bytes& src, const Bytes& bg) {
         for (int mode = 0; mode < 8; ++mode) {  // soft, background, carried flag
           const bool soft = mode & 1, with_bg = mode & 2, carried = mode & 4;
-          const std::size_t bytes = 4 * (pairs + 1);  // a pair before the run
+          // A pair before the run, and the run at every place of a 64-byte line.
+          const std::size_t shift = 4 * (pairs % 16), bytes = 4 * (pairs + 1) + shift;
           ASSERT_TRUE(same_at_every_level(bytes, [&](simd::Level l, uint8_t* out) {
             const KeyRow row = l == simd::Level::scalar ? (soft ? key_soft_row : key_hard_row)
                                                         : (soft ? key_kernels(l).soft : key_kernels(l).hard);
             if (row == nullptr) return false;
+            out += shift;
             std::copy(src.begin(), src.begin() + 4, out);  // the pair before, which soft edges may rewrite
             KeyCarry carry{carried};
             row(src.data() + 4, with_bg ? bg.data() + 4 : nullptr, out + 4, pairs, k, carry);

@@ -6,6 +6,8 @@
 // at a time at SSE2).
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <iterator>
 
 #include "chroma_key.h"
 
@@ -37,7 +39,9 @@ template <unsigned N>
 inline unsigned word_after(unsigned cur, unsigned next) {
   return (cur >> 1) | (next & 1u) << (N - 1);
 }
-inline unsigned word_edge(unsigned before, unsigned after, unsigned cur) { return (before | after) & ~cur; }
+// (before | after) & ~cur, as a difference: a form mask registers have no
+// instruction for (see in_register).
+inline unsigned word_edge(unsigned before, unsigned after, unsigned cur) { return (before | after | cur) - cur; }
 // `w` as it is, in a general register: the empty statement keeps the
 // arithmetic on keying bits there, where the compiler would otherwise shift
 // and combine them in AVX-512 mask registers, which some processors run far
@@ -82,6 +86,8 @@ T PIX95_INLINE Bits keyed_arc(V v, const Arc& a) {
 }
 T PIX95_INLINE Bits to_bits(unsigned b) { return b; }
 T PIX95_INLINE unsigned from_bits(Bits b) { return b; }
+// Bits j.. of a chunk's bit words (j a multiple of kPairs).
+T PIX95_INLINE void put_bits(uint64_t* words, std::size_t j, Bits b) { words[j / 64] |= uint64_t{b} << (j % 64); }
 T PIX95_INLINE V loadu(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const V*>(p)); }
 T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm_storeu_si128(reinterpret_cast<V*>(p), v); }
 T PIX95_INLINE M mask_of(Bits bits) {
@@ -93,6 +99,10 @@ T PIX95_INLINE V select_load(M m, const uint8_t* a, V b) { return select(m, load
 // (a + b) >> 1 of each byte: the rounded mean less the carry it rounded.
 T PIX95_INLINE V mean(V a, V b) {
   return _mm_sub_epi8(_mm_avg_epu8(a, b), _mm_and_si128(_mm_xor_si128(a, b), _mm_set1_epi8(1)));
+}
+T PIX95_INLINE V mean_into(V to, M m, V a, V b) { return select(m, mean(a, b), to); }
+T PIX95_INLINE M mask_at(const uint64_t* words, std::size_t j) {
+  return mask_of(unsigned(words[j / 64] >> (j % 64)) & ((1u << kPairs) - 1));
 }
 #include "chroma_key_x86_body.h"
 #undef T
@@ -139,6 +149,8 @@ T PIX95_INLINE Bits keyed_arc(V v, const Arc& a) {
 }
 T PIX95_INLINE Bits to_bits(unsigned b) { return b; }
 T PIX95_INLINE unsigned from_bits(Bits b) { return b; }
+// Bits j.. of a chunk's bit words (j a multiple of kPairs).
+T PIX95_INLINE void put_bits(uint64_t* words, std::size_t j, Bits b) { words[j / 64] |= uint64_t{b} << (j % 64); }
 T PIX95_INLINE V loadu(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
 T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
 T PIX95_INLINE M mask_of(Bits bits) {
@@ -149,6 +161,10 @@ T PIX95_INLINE V select(M m, V a, V b) { return _mm256_blendv_epi8(b, a, m); }
 T PIX95_INLINE V select_load(M m, const uint8_t* a, V b) { return select(m, loadu(a), b); }
 T PIX95_INLINE V mean(V a, V b) {
   return _mm256_sub_epi8(_mm256_avg_epu8(a, b), _mm256_and_si256(_mm256_xor_si256(a, b), _mm256_set1_epi8(1)));
+}
+T PIX95_INLINE V mean_into(V to, M m, V a, V b) { return select(m, mean(a, b), to); }
+T PIX95_INLINE M mask_at(const uint64_t* words, std::size_t j) {
+  return mask_of(unsigned(words[j / 64] >> (j % 64)) & ((1u << kPairs) - 1));
 }
 #include "chroma_key_x86_body.h"
 #undef T
@@ -195,6 +211,16 @@ T PIX95_INLINE Bits keyed_arc(V v, const Arc& a) {
 }
 T PIX95_INLINE Bits to_bits(unsigned b) { return static_cast<Bits>(b); }
 T PIX95_INLINE unsigned from_bits(Bits b) { return in_register(b); }
+// 16 bits of a chunk's bit words at j (a multiple of 16) straight between
+// memory and a mask register.
+T PIX95_INLINE void put_bits(uint64_t* words, std::size_t j, Bits b) {
+  std::memcpy(reinterpret_cast<unsigned char*>(words) + j / 8, &b, sizeof b);
+}
+T PIX95_INLINE M mask_at(const uint64_t* words, std::size_t j) {
+  Bits b;
+  std::memcpy(&b, reinterpret_cast<const unsigned char*>(words) + j / 8, sizeof b);
+  return b;
+}
 T PIX95_INLINE V loadu(const uint8_t* p) { return _mm512_loadu_si512(p); }
 T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm512_storeu_si512(p, v); }
 T PIX95_INLINE M mask_of(Bits bits) { return bits; }
@@ -203,6 +229,13 @@ T PIX95_INLINE V select(M m, V a, V b) { return _mm512_mask_blend_epi32(m, b, a)
 T PIX95_INLINE V select_load(M m, const uint8_t* a, V b) { return _mm512_mask_loadu_epi32(b, m, a); }
 T PIX95_INLINE V mean(V a, V b) {
   return _mm512_sub_epi8(_mm512_avg_epu8(a, b), _mm512_and_si512(_mm512_xor_si512(a, b), _mm512_set1_epi8(1)));
+}
+// The mean in the lanes of `m`, `to` elsewhere: the rounded mean is never
+// below the carry taken off it, so no byte borrows from the next and the
+// subtraction can run on masked 32-bit lanes.
+T PIX95_INLINE V mean_into(V to, M m, V a, V b) {
+  return _mm512_mask_sub_epi32(to, m, _mm512_avg_epu8(a, b),
+                               _mm512_ternarylogic_epi32(a, b, _mm512_set1_epi8(1), 0x28));
 }
 #include "chroma_key_x86_body.h"
 #undef T

@@ -69,41 +69,55 @@ T PIX95_INLINE void key_vectors(const uint8_t* src, const uint8_t* background, u
       storeu(dst + o, Bg ? select_load(mask_of(keyed), background + o, sv) : select(mask_of(keyed), at_v, sv));
       if (o + kBytes == groups * kBytes) previous = ((from_bits(keyed) >> (kPairs - 1)) & 1) != 0;
     }
-  } else {
-    V sv = groups != 0 ? loadu(src) : set32(0);
-    if (groups != 0) cur = decide(src, sv);
-    // The bits as a mask for the selects and as a word for the neighbours.
-    unsigned cw = from_bits(cur);
+  } else if (groups == 0) {
     // The kept pair before the run's first keyed pair (the caller's pair
     // before the run).
-    if (!previous && (cw & 1) != 0) {
+    if (!previous && (tail_word & 1) != 0) {
       key_one<Soft, Bg>(src - 4, Bg ? background - 4 : nullptr, dst - 4, at, lead, false, false, true);
     }
-    unsigned before_cur = previous ? 1u << (kPairs - 1) : 0;
-    for (std::size_t g = 0; g < groups; ++g) {
-      const std::size_t o = g * kBytes;
-      V next_v = sv;
-      Bits next = to_bits(tail_word);
-      if (g + 1 < groups) {
-        next_v = loadu(src + o + kBytes);
-        next = decide(src + o + kBytes, next_v);
+  } else {
+    // A chunk at a time: the keying bits of its vectors (and of the vector
+    // after it), then for 64 pairs at once which pairs have a keyed pair
+    // after them and which kept ones are beside a keyed one, then the bytes.
+    constexpr std::size_t kChunk = 1024;
+    constexpr uint64_t kAll = (uint64_t{1} << kPairs) - 1;
+    uint64_t keyed[kChunk / 64 + 1], after[kChunk / 64], edge[kChunk / 64];
+    uint64_t top = previous ? 1 : 0;  // the bit of the pair before the next 64
+    const std::size_t whole = groups * kPairs;
+    for (std::size_t first = 0; first < whole; first += kChunk) {
+      const std::size_t n = std::min(kChunk, whole - first);
+      const std::size_t m = first + n < whole ? n + kPairs : n;
+      std::fill(std::begin(keyed), std::end(keyed), 0);
+      const uint8_t* s = src + 4 * first;
+      for (std::size_t j = 0; j < m; j += kPairs) put_bits(keyed, j, decide(s + 4 * j, loadu(s + 4 * j)));
+      if (first + n == whole) keyed[n / 64] |= uint64_t{tail_word} << (n % 64);
+      // The kept pair before the run's first keyed pair (the caller's pair
+      // before the run).
+      if (first == 0 && !previous && (keyed[0] & 1) != 0) {
+        key_one<Soft, Bg>(src - 4, Bg ? background - 4 : nullptr, dst - 4, at, lead, false, false, true);
       }
-      const unsigned nw = from_bits(next);
-      const unsigned after = word_after<kPairs>(cw, nw);
-      const unsigned beside = in_register(word_before<kPairs>(cw, before_cur) | after);
-      V out;
-      if ((beside | cw) == cw) {
-        // All keyed or all kept, none of them beside a keyed pair.
-        out = Bg ? select_load(mask_of(cur), background + o, sv) : select(mask_of(cur), at_v, sv);
-      } else {
-        const V r = Bg ? loadu(background + o) : at_v;
-        const V rb = Bg ? r : select(mask_of(to_bits(after)), lead_v, at_v);
-        out = select(mask_of(cur), r, select(mask_of(to_bits(word_edge(beside, 0, cw))), mean(sv, rb), sv));
+      for (std::size_t i = 0; i < (n + 63) / 64; ++i) {
+        const uint64_t w = keyed[i];
+        after[i] = (w >> 1) | keyed[i + 1] << 63;
+        edge[i] = ((w << 1) | top | after[i] | w) - w;  // (before | after) & ~w
+        top = w >> 63;
       }
-      storeu(dst + o, out);
-      before_cur = cw, cur = next, cw = nw, sv = next_v;
+      previous = ((keyed[(n - 1) / 64] >> ((n - 1) % 64)) & 1) != 0;
+      const uint8_t* b = Bg ? background + 4 * first : nullptr;
+      uint8_t* d = dst + 4 * first;
+      for (std::size_t j = 0; j < n; j += kPairs) {
+        const std::size_t o = 4 * j;
+        const V sv = loadu(s + o);
+        const M k = mask_at(keyed, j);
+        V out = Bg ? select_load(k, b + o, sv) : select(k, at_v, sv);
+        // Kept pairs beside a keyed one averaged (none in most vectors).
+        if ((edge[j / 64] >> (j % 64) & kAll) != 0) {
+          const V rb = Bg ? loadu(b + o) : select(mask_at(after, j), lead_v, at_v);
+          out = mean_into(out, mask_at(edge, j), sv, rb);
+        }
+        storeu(d + o, out);
+      }
     }
-    if (groups != 0) previous = ((before_cur >> (kPairs - 1)) & 1) != 0;
   }
   const unsigned word = from_bits(cur);
   for (std::size_t j = 0; j < rest; ++j) {
