@@ -61,10 +61,15 @@ struct Luma {
   int lo, hi;
 };
 T PIX95_INLINE Luma luma_bounds(KeyRange r) { return {r.y_lo, r.y_hi}; }
-T PIX95_INLINE Bits keyed_group(const uint8_t* p, const uint8_t* uv, Luma l) {
+T PIX95_INLINE M mask_of(Bits bits) {
+  const V lanes = _mm_setr_epi32(1, 2, 4, 8);
+  return _mm_cmpeq_epi32(_mm_and_si128(_mm_set1_epi32(static_cast<int>(bits)), lanes), lanes);
+}
+T PIX95_INLINE Bits bits_of(M m) { return static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(m))); }
+T PIX95_INLINE M keyed_group(const uint8_t* p, const uint8_t* uv, Luma l) {
   unsigned b = 0;
   for (unsigned i = 0; i < kPairs; ++i) b |= keyed_one(p + 4 * i, uv, l.lo, l.hi) << i;
-  return b;
+  return mask_of(b);
 }
 T PIX95_INLINE V set32(int32_t v) { return _mm_set1_epi32(v); }
 struct Arc {
@@ -75,25 +80,18 @@ T PIX95_INLINE Arc arc_of(const KeySettings& k) {
   return {set32(k.range.y_lo), set32(k.range.y_hi), set32(words(a.a1, a.b1)), set32(words(a.a2, a.b2)), set32(a.t)};
 }
 template <bool Outside>
-T PIX95_INLINE Bits keyed_arc(V v, const Arc& a) {
+T PIX95_INLINE M keyed_arc(V v, const Arc& a) {
   const V y = _mm_and_si128(v, set32(0xFF));
   const V luma = _mm_and_si128(_mm_cmpgt_epi32(y, a.lo), _mm_cmpgt_epi32(a.hi, y));
   const V uv = _mm_xor_si128(_mm_and_si128(v, set32(int32_t(0xFF00FF00))), set32(int32_t(0x80008000)));
   const V in = _mm_and_si128(_mm_cmpgt_epi32(_mm_madd_epi16(uv, a.w1), a.t),
                              _mm_cmpgt_epi32(_mm_madd_epi16(uv, a.w2), a.t));
-  const V keyed = Outside ? _mm_andnot_si128(in, luma) : _mm_and_si128(luma, in);
-  return static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(keyed)));
+  return Outside ? _mm_andnot_si128(in, luma) : _mm_and_si128(luma, in);
 }
 T PIX95_INLINE Bits to_bits(unsigned b) { return b; }
 T PIX95_INLINE unsigned from_bits(Bits b) { return b; }
-// Bits j.. of a chunk's bit words (j a multiple of kPairs).
-T PIX95_INLINE void put_bits(uint64_t* words, std::size_t j, Bits b) { words[j / 64] |= uint64_t{b} << (j % 64); }
 T PIX95_INLINE V loadu(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const V*>(p)); }
 T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm_storeu_si128(reinterpret_cast<V*>(p), v); }
-T PIX95_INLINE M mask_of(Bits bits) {
-  const V lanes = _mm_setr_epi32(1, 2, 4, 8);
-  return _mm_cmpeq_epi32(_mm_and_si128(_mm_set1_epi32(static_cast<int>(bits)), lanes), lanes);
-}
 T PIX95_INLINE V select(M m, V a, V b) { return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b)); }
 T PIX95_INLINE V select_load(M m, const uint8_t* a, V b) { return select(m, loadu(a), b); }
 // (a + b) >> 1 of each byte: the rounded mean less the carry it rounded.
@@ -118,16 +116,16 @@ struct Luma {
   V lo, hi;
 };
 T PIX95_INLINE Luma luma_bounds(KeyRange r) { return {_mm256_set1_epi32(r.y_lo), _mm256_set1_epi32(r.y_hi)}; }
-T PIX95_INLINE Bits keyed_group(const uint8_t* p, const uint8_t* uv, Luma l) {
+T PIX95_INLINE Bits bits_of(M m) { return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(m))); }
+T PIX95_INLINE M keyed_group(const uint8_t* p, const uint8_t* uv, Luma l) {
   const V v = _mm256_loadu_si256(reinterpret_cast<const V*>(p));
   const V index = _mm256_or_si256(_mm256_and_si256(v, _mm256_set1_epi32(0xFF00)), _mm256_srli_epi32(v, 24));
   const V word = _mm256_i32gather_epi32(reinterpret_cast<const int*>(uv), _mm256_srli_epi32(index, 3), 1);
   const V one = _mm256_set1_epi32(1);
   const V bit = _mm256_and_si256(_mm256_srlv_epi32(word, _mm256_and_si256(index, _mm256_set1_epi32(7))), one);
   const V y = _mm256_and_si256(v, _mm256_set1_epi32(0xFF));
-  const V ok = _mm256_and_si256(_mm256_and_si256(_mm256_cmpgt_epi32(y, l.lo), _mm256_cmpgt_epi32(l.hi, y)),
-                                _mm256_cmpeq_epi32(bit, one));
-  return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(ok)));
+  return _mm256_and_si256(_mm256_and_si256(_mm256_cmpgt_epi32(y, l.lo), _mm256_cmpgt_epi32(l.hi, y)),
+                          _mm256_cmpeq_epi32(bit, one));
 }
 T PIX95_INLINE V set32(int32_t v) { return _mm256_set1_epi32(v); }
 struct Arc {
@@ -138,19 +136,16 @@ T PIX95_INLINE Arc arc_of(const KeySettings& k) {
   return {set32(k.range.y_lo), set32(k.range.y_hi), set32(words(a.a1, a.b1)), set32(words(a.a2, a.b2)), set32(a.t)};
 }
 template <bool Outside>
-T PIX95_INLINE Bits keyed_arc(V v, const Arc& a) {
+T PIX95_INLINE M keyed_arc(V v, const Arc& a) {
   const V y = _mm256_and_si256(v, set32(0xFF));
   const V luma = _mm256_and_si256(_mm256_cmpgt_epi32(y, a.lo), _mm256_cmpgt_epi32(a.hi, y));
   const V uv = _mm256_xor_si256(_mm256_and_si256(v, set32(int32_t(0xFF00FF00))), set32(int32_t(0x80008000)));
   // Both products above the threshold: their smaller one is.
   const V in = _mm256_cmpgt_epi32(_mm256_min_epi32(_mm256_madd_epi16(uv, a.w1), _mm256_madd_epi16(uv, a.w2)), a.t);
-  const V keyed = Outside ? _mm256_andnot_si256(in, luma) : _mm256_and_si256(luma, in);
-  return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(keyed)));
+  return Outside ? _mm256_andnot_si256(in, luma) : _mm256_and_si256(luma, in);
 }
 T PIX95_INLINE Bits to_bits(unsigned b) { return b; }
 T PIX95_INLINE unsigned from_bits(Bits b) { return b; }
-// Bits j.. of a chunk's bit words (j a multiple of kPairs).
-T PIX95_INLINE void put_bits(uint64_t* words, std::size_t j, Bits b) { words[j / 64] |= uint64_t{b} << (j % 64); }
 T PIX95_INLINE V loadu(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
 T PIX95_INLINE void storeu(uint8_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
 T PIX95_INLINE M mask_of(Bits bits) {
@@ -180,7 +175,8 @@ struct Luma {
   V lo, hi;
 };
 T PIX95_INLINE Luma luma_bounds(KeyRange r) { return {_mm512_set1_epi32(r.y_lo), _mm512_set1_epi32(r.y_hi)}; }
-T PIX95_INLINE Bits keyed_group(const uint8_t* p, const uint8_t* uv, Luma l) {
+T PIX95_INLINE Bits bits_of(M m) { return m; }
+T PIX95_INLINE M keyed_group(const uint8_t* p, const uint8_t* uv, Luma l) {
   const V v = _mm512_loadu_si512(p);
   const V index = _mm512_or_si512(_mm512_and_si512(v, _mm512_set1_epi32(0xFF00)), _mm512_srli_epi32(v, 24));
   const V word = _mm512_i32gather_epi32(_mm512_srli_epi32(index, 3), uv, 1);
@@ -201,7 +197,7 @@ T PIX95_INLINE Arc arc_of(const KeySettings& k) {
           set32(words(a.a2, a.b2)), set32(a.t)};
 }
 template <bool Outside>
-T PIX95_INLINE Bits keyed_arc(V v, const Arc& a) {
+T PIX95_INLINE M keyed_arc(V v, const Arc& a) {
   const __mmask16 luma = _mm512_cmplt_epu32_mask(_mm512_sub_epi32(_mm512_and_si512(v, set32(0xFF)), a.lo), a.span);
   // (v & 0xFF00FF00) ^ 0x80008000
   const V uv = _mm512_ternarylogic_epi32(v, set32(int32_t(0xFF00FF00)), set32(int32_t(0x80008000)), 0x6A);

@@ -1,7 +1,7 @@
 // Chroma keying over whole vectors: included by chroma_key_simd.cpp once per
 // instruction set, inside that set's namespace, after its target T, its
 // vector V of kPairs pairs, its mask type M and its operations, among them
-// keyed_arc (the keying bits of kPairs pairs from a sector) and keyed_group
+// keyed_arc (the keying mask of kPairs pairs from a sector) and keyed_group
 // (from the bit table).  No include guard: each inclusion is a different
 // kernel.
 //
@@ -39,12 +39,12 @@ T PIX95_INLINE void key_one(const uint8_t* s, const uint8_t* bg, uint8_t* d, con
 template <bool Outside>
 struct BySector {
   Arc arc;
-  T PIX95_INLINE Bits operator()(const uint8_t*, V v) const { return keyed_arc<Outside>(v, arc); }
+  T PIX95_INLINE M operator()(const uint8_t*, V v) const { return keyed_arc<Outside>(v, arc); }
 };
 struct ByTable {
   const uint8_t* uv;
   Luma luma;
-  T PIX95_INLINE Bits operator()(const uint8_t* p, V) const { return keyed_group(p, uv, luma); }
+  T PIX95_INLINE M operator()(const uint8_t* p, V) const { return keyed_group(p, uv, luma); }
 };
 
 template <bool Soft, bool Bg, class Decide>
@@ -61,13 +61,12 @@ T PIX95_INLINE void key_vectors(const uint8_t* src, const uint8_t* background, u
   unsigned tail_word = 0;
   for (std::size_t j = 0; j < rest; ++j) tail_word |= unsigned{keys(src + 4 * (tail + j), k)} << j;
   bool previous = carry.previous_keyed;
-  Bits cur = to_bits(tail_word);
   if (!Soft) {
     for (std::size_t o = 0; o < groups * kBytes; o += kBytes) {
       const V sv = loadu(src + o);
-      const Bits keyed = decide(src + o, sv);
-      storeu(dst + o, Bg ? select_load(mask_of(keyed), background + o, sv) : select(mask_of(keyed), at_v, sv));
-      if (o + kBytes == groups * kBytes) previous = ((from_bits(keyed) >> (kPairs - 1)) & 1) != 0;
+      const M keyed = decide(src + o, sv);
+      storeu(dst + o, Bg ? select_load(keyed, background + o, sv) : select(keyed, at_v, sv));
+      if (o + kBytes == groups * kBytes) previous = ((from_bits(bits_of(keyed)) >> (kPairs - 1)) & 1) != 0;
     }
   } else if (groups == 0) {
     // The kept pair before the run's first keyed pair (the caller's pair
@@ -89,7 +88,17 @@ T PIX95_INLINE void key_vectors(const uint8_t* src, const uint8_t* background, u
       const std::size_t m = first + n < whole ? n + kPairs : n;
       std::fill(std::begin(keyed), std::end(keyed), 0);
       const uint8_t* s = src + 4 * first;
-      for (std::size_t j = 0; j < m; j += kPairs) put_bits(keyed, j, decide(s + 4 * j, loadu(s + 4 * j)));
+      if constexpr (kPairs == 16) {
+        for (std::size_t j = 0; j < m; j += kPairs) put_bits(keyed, j, bits_of(decide(s + 4 * j, loadu(s + 4 * j))));
+      } else {
+        // Narrower vectors: the bits gathered in a register, stored by 64.
+        uint64_t word = 0;
+        for (std::size_t j = 0; j < m; j += kPairs) {
+          word |= uint64_t{from_bits(bits_of(decide(s + 4 * j, loadu(s + 4 * j))))} << (j % 64);
+          if ((j + kPairs) % 64 == 0) keyed[j / 64] = word, word = 0;
+        }
+        if (m % 64 != 0) keyed[m / 64] = word;
+      }
       if (first + n == whole) keyed[n / 64] |= uint64_t{tail_word} << (n % 64);
       // The kept pair before the run's first keyed pair (the caller's pair
       // before the run).
@@ -119,7 +128,7 @@ T PIX95_INLINE void key_vectors(const uint8_t* src, const uint8_t* background, u
       }
     }
   }
-  const unsigned word = from_bits(cur);
+  const unsigned word = tail_word;
   for (std::size_t j = 0; j < rest; ++j) {
     const std::size_t i = tail + j;
     key_one<Soft, Bg>(src + 4 * i, Bg ? background + 4 * i : nullptr, dst + 4 * i, at, lead, (word >> j) & 1,
