@@ -5,11 +5,11 @@
 // (from the bit table).  No include guard: each inclusion is a different
 // kernel.
 //
-// A strip is keyed a vector at a time, the keying bits of the next vector
-// worked out before the current one is written.  With the bits of a pair,
-// the one before and the one after at hand, every pair's final bytes are
-// known at once (the scalar kernel rewrites a kept pair when the next pair
-// keys; here it is written once, as it ends up):
+// Hard edges are keyed a vector at a time.  Soft edges a chunk at a time:
+// first the keying bits of the chunk's pairs, then the bytes.  With the bits
+// of a pair, the one before and the one after at hand, every pair's final
+// bytes are known at once (the scalar kernel rewrites a kept pair when the
+// next pair keys; here it is written once, as it ends up):
 //   keyed                          the replacement at its place
 //   kept, the next keyed           mean of its bytes and the replacement before a run
 //   kept, the next kept, the one
