@@ -34,10 +34,13 @@ constexpr uint16_t kSoftEdges = 1;
 struct ChromaKeyState final : Releasable {
   stage::Progress key, calibrate;
   double hue_sum = 0, luma_sum = 0;  // the luma sum is measured but nothing uses it
-  // The hue bounds as (U, V) bits for the vector kernels, built for the
-  // last bounds keyed with.  The hue table's entries never change (every
-  // generation computes the same hues), so the bounds alone name the bits.
+  // The hue bounds as (U, V) bits and as a sector for the vector kernels,
+  // built for the last bounds keyed with.  The hue table's entries never
+  // change (every generation computes the same hues), so the bounds alone
+  // name the bits and the sector.
   std::array<uint8_t, k::kKeyedUvBytes> keyed_uv{};
+  k::HueArc arc{};
+  bool has_arc = false;
   int16_t keyed_lo = 0, keyed_hi = 0;
   bool keyed_built = false;
 
@@ -46,12 +49,14 @@ struct ChromaKeyState final : Releasable {
     hue_sum = luma_sum = 0;
     keyed_built = false;
   }
-  const uint8_t* keyed_bits(const uint16_t* hue, k::KeyRange r) {
-    if (!keyed_built || r.hue_lo != keyed_lo || r.hue_hi != keyed_hi) {
-      k::build_keyed_uv(hue, r, keyed_uv.data());
-      keyed_lo = r.hue_lo, keyed_hi = r.hue_hi, keyed_built = true;
+  void hue_half(k::KeySettings& s) {
+    if (!keyed_built || s.range.hue_lo != keyed_lo || s.range.hue_hi != keyed_hi) {
+      k::build_keyed_uv(s.hue, s.range, keyed_uv.data());
+      has_arc = k::build_hue_arc(s.hue, s.range, arc);
+      keyed_lo = s.range.hue_lo, keyed_hi = s.range.hue_hi, keyed_built = true;
     }
-    return keyed_uv.data();
+    s.keyed_uv = keyed_uv.data();
+    s.arc = has_arc ? &arc : nullptr;
   }
 };
 ChromaKeyState& chroma_key_state() noexcept {
@@ -136,7 +141,7 @@ uint32_t key_1_strip(uint32_t in, uint32_t out, uint32_t background, uint16_t co
   if (n == 0 || dst.data == nullptr) return 0;
   const uint8_t* bg = background != 0 ? find_image(background)->data : nullptr;
   if (edge_mode == kHardEdges || edge_mode == kSoftEdges) {
-    settings.keyed_uv = chroma_key_state().keyed_bits(settings.hue, settings.range);
+    chroma_key_state().hue_half(settings);
   }
   const k::KeyKernels& rows = k::key_kernels();
   k::KeyCarry carry;  // no pair before the strip counts as keyed

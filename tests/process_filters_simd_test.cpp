@@ -5,12 +5,15 @@
 // each output that must come back untouched.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <functional>
 #include <random>
 #include <vector>
 
 #include "core/simd.h"
+#include "pix95.h"
+#include "process/hue_table.h"
 #include "process/kernels/chroma_key.h"
 #include "process/kernels/fields.h"
 #include "process/kernels/filters.h"
@@ -161,44 +164,80 @@ TEST(ThresholdSimd, EveryBoundPairAndLength) {
 
 // --- chroma keying ------------------------------------------------------------------
 
-// A hue table of random hues in 0..359 (runs of one hue, as real tables
-// have, and isolated ones), and sources whose pairs key with probability
-// about `share`, in runs: every kind of border at every place of a vector.
+// Two hue tables: the library's, whose key ranges are sectors, and one of
+// random hues in 0..359 (runs of one hue, as real tables have, and isolated
+// ones), which leaves the kernels the bit table.  Sources whose pairs key
+// with probability about `share`, in runs: every kind of border at every
+// place of a vector; then every (U, V) in one row.
 TEST(ChromaKeySimd, RowsEqualScalarForEveryModeCarryAndLength) {
   std::mt19937 rng(5);
-  std::vector<uint16_t> hue(65536);
-  for (std::size_t i = 0; i < hue.size(); ++i) hue[i] = i % 7 == 0 ? uint16_t(rng() % 360) : hue[i - i % 7];
-  const KeyRange ranges[] = {{56, 184, 100, 260}, {0, 255, 0, 359}, {-1, 256, -1, 360}, {128, 129, 200, 201}};
+  ASSERT_EQ(PIX_CK_generate_UV_to_hue_LUT(), 0u);
+  std::vector<uint16_t> random(65536);
+  for (std::size_t i = 0; i < random.size(); ++i) random[i] = i % 7 == 0 ? uint16_t(rng() % 360) : random[i - i % 7];
+  const KeyRange ranges[] = {{56, 184, 100, 260}, {0, 255, 0, 359}, {-1, 256, -1, 360}, {128, 129, 200, 201},
+                             {20, 200, 239, 241}, {10, 250, 0, 240},  {0, 255, 180, 359}, {30, 220, 5, 6}};
   Bytes bits(kKeyedUvBytes);
-  for (const KeyRange& range : ranges) {
-    build_keyed_uv(hue.data(), range, bits.data());
-    for (std::size_t i = 0; i < 65536; ++i) {  // the bits are the hue half of the decision
-      ASSERT_EQ(bits[i / 8] >> (i % 8) & 1, range.hue_lo < hue[i] && hue[i] < range.hue_hi) << i;
+  for (const uint16_t* hue : {pix::process::hue_table(), static_cast<const uint16_t*>(random.data())}) {
+    for (const KeyRange& range : ranges) {
+      build_keyed_uv(hue, range, bits.data());
+      HueArc arc;
+      const bool sector = build_hue_arc(hue, range, arc);
+      const auto keyed = std::count_if(hue, hue + 65536, [&](int h) { return range.hue_lo < h && h < range.hue_hi; });
+      // A random table is no sector, unless all or nothing keys.
+      ASSERT_EQ(sector, hue != random.data() || keyed % 65536 == 0) << (&range - ranges);
+      for (std::size_t i = 0; i < 65536; ++i) {  // the bits and the sector are the hue half of the decision
+        const bool keyed = range.hue_lo < hue[i] && hue[i] < range.hue_hi;
+        ASSERT_EQ(bits[i / 8] >> (i % 8) & 1, keyed) << i;
+        if (sector) {
+          ASSERT_EQ(in_arc(arc, unsigned(i >> 8), i & 0xFF), keyed) << i;
+        }
+      }
+      const KeySettings k{range, hue, {16, 200, 40}, bits.data(), sector ? &arc : nullptr};
+      auto check = [&](std::size_t pairs, const Bytes& src, const Bytes& bg) {
+        for (int mode = 0; mode < 8; ++mode) {  // soft, background, carried flag
+          const bool soft = mode & 1, with_bg = mode & 2, carried = mode & 4;
+          // A pair before the run, and the run at every place of a 64-byte line.
+          const std::size_t shift = 4 * (pairs % 16), bytes = 4 * (pairs + 1) + shift;
+          ASSERT_TRUE(same_at_every_level(bytes, [&](simd::Level l, uint8_t* out) {
+            const KeyRow row = l == simd::Level::scalar ? (soft ? key_soft_row : key_hard_row)
+                                                        : (soft ? key_kernels(l).soft : key_kernels(l).hard);
+            if (row == nullptr) return false;
+            out += shift;
+            std::copy(src.begin(), src.begin() + 4, out);  // the pair before, which soft edges may rewrite
+            KeyCarry carry{carried};
+            row(src.data() + 4, with_bg ? bg.data() + 4 : nullptr, out + 4, pairs, k, carry);
+            out[-1] = carry.previous_keyed;  // the carried flag is checked with the bytes
+            return true;
+          })) << "range " << (&range - ranges) << ", mode " << mode << ", " << pairs << " pairs";
+        }
+      };
+      for (std::size_t pairs = 0; pairs <= 2200; pairs += pairs < 80 ? 1 : 211) {  // every tail
+        Bytes src(4 * (pairs + 1)), bg(src.size());
+        bool run = false;
+        for (std::size_t p = 0; p < src.size(); p += 4) {
+          if (rng() % 5 == 0) run = !run;
+          const unsigned y = run ? 130 : rng() % 256, uv = rng() % 65536;
+          src[p] = uint8_t(y), src[p + 1] = uint8_t(uv >> 8), src[p + 2] = uint8_t(rng()), src[p + 3] = uint8_t(uv);
+          for (std::size_t b = 0; b < 4; ++b) bg[p + b] = uint8_t(rng());
+        }
+        check(pairs, src, bg);
+      }
+      Bytes src(4 * 65537), bg(src.size());  // every (U, V), the luma mostly in range
+      for (std::size_t p = 0; p < src.size(); ++p) src[p] = p % 4 == 0 ? uint8_t(rng() % 8 ? 130 : rng()) : uint8_t(rng());
+      for (std::size_t i = 0; i < 65536; ++i) src[4 * i + 5] = uint8_t(i >> 8), src[4 * i + 7] = uint8_t(i);
+      check(65536, src, src);
     }
-    const KeySettings k{range, hue.data(), {16, 200, 40}, bits.data()};
-    for (std::size_t pairs = 0; pairs <= 2200; pairs += pairs < 80 ? 1 : 211) {  // past a chunk of 1024
-      const std::size_t bytes = 4 * (pairs + 1);  // a pair before the run
-      Bytes src(bytes), bg(bytes);
-      bool run = false;
-      for (std::size_t p = 0; p < bytes; p += 4) {
-        if (rng() % 5 == 0) run = !run;
-        const unsigned y = run ? 130 : rng() % 256, uv = rng() % 65536;
-        src[p] = uint8_t(y), src[p + 1] = uint8_t(uv >> 8), src[p + 2] = uint8_t(rng()), src[p + 3] = uint8_t(uv);
-        bg[p] = uint8_t(rng()), bg[p + 1] = uint8_t(rng()), bg[p + 2] = uint8_t(rng()), bg[p + 3] = uint8_t(rng());
-      }
-      for (int mode = 0; mode < 8; ++mode) {  // soft, background, carried flag
-        const bool soft = mode & 1, with_bg = mode & 2, carried = mode & 4;
-        ASSERT_TRUE(same_at_every_level(bytes, [&](simd::Level l, uint8_t* out) {
-          const KeyRow row = l == simd::Level::scalar ? (soft ? key_soft_row : key_hard_row)
-                                                      : (soft ? key_kernels(l).soft : key_kernels(l).hard);
-          if (row == nullptr) return false;
-          std::copy(src.begin(), src.begin() + 4, out);  // the pair before, which soft edges may rewrite
-          KeyCarry carry{carried};
-          row(src.data() + 4, with_bg ? bg.data() + 4 : nullptr, out + 4, pairs, k, carry);
-          out[-1] = carry.previous_keyed;  // the carried flag is checked with the bytes
-          return true;
-        })) << "range " << (&range - ranges) << ", mode " << mode << ", " << pairs << " pairs";
-      }
+  }
+}
+
+// The library's hues fill one sector for every key range.
+TEST(ChromaKeySimd, EveryRangeOfTheLibraryHuesIsASector) {
+  ASSERT_EQ(PIX_CK_generate_UV_to_hue_LUT(), 0u);
+  const uint16_t* hue = pix::process::hue_table();
+  for (int lo = -1; lo <= 360; lo += 5 * int(kStride)) {
+    for (int hi = lo - 1; hi <= 361; hi += 7) {
+      HueArc arc;
+      ASSERT_TRUE(build_hue_arc(hue, {0, 255, int16_t(lo), int16_t(hi)}, arc)) << lo << " " << hi;
     }
   }
 }

@@ -1,5 +1,6 @@
 #include "chroma_key.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace pix::process::kernels {
@@ -91,6 +92,72 @@ void build_keyed_uv(const uint16_t* hue, KeyRange range, uint8_t* bits) {
     bits[byte] = static_cast<uint8_t>(b);
   }
   std::memset(bits + 65536 / 8, 0, kKeyedUvBytes - 65536 / 8);
+}
+
+namespace {
+
+// A (U, V) as its offset from the grey point.
+struct Offset {
+  int x, y;
+};
+Offset offset_of(unsigned index) { return {int(index >> 8) - 128, int(index & 0xFF) - 128}; }
+// Positive when `q` lies counter-clockwise of `p`, less than half a turn on.
+long cross(Offset p, Offset q) { return long{p.x} * q.y - long{p.y} * q.x; }
+
+}  // namespace
+
+bool build_hue_arc(const uint16_t* hue, KeyRange range, HueArc& arc) {
+  constexpr unsigned kGrey = 128 * 256 + 128;
+  // The hues that key, first..last; each (U, V) ranked by how far its hue
+  // lies past `first`, so that ranks grow counter-clockwise from the
+  // sector's start and wrap once, at that start.
+  const int first = std::max(range.hue_lo + 1, 0), last = std::min(range.hue_hi - 1, 359);
+  auto rank = [&](int h) { return (h - first + 360) % 360; };
+  // Of the keyed and the unkeyed offsets (grey aside), those of the lowest
+  // and the highest rank; among equal ranks the one furthest clockwise for
+  // the lowest, counter-clockwise for the highest.
+  struct End {
+    Offset at{0, 0};
+    int rank = -1;
+  };
+  End low[2], high[2];  // [keyed]
+  for (unsigned i = 0; i < 65536; ++i) {
+    if (hue[i] > 359) return false;
+    if (i == kGrey) continue;
+    const int r = rank(hue[i]);
+    const bool keyed = first <= last && r <= last - first;
+    const Offset o = offset_of(i);
+    End& lo = low[keyed];
+    End& hi = high[keyed];
+    if (lo.rank < 0 || r < lo.rank || (r == lo.rank && cross(o, lo.at) > 0)) lo = {o, r};
+    if (hi.rank < 0 || r > hi.rank || (r == hi.rank && cross(hi.at, o) > 0)) hi = {o, r};
+  }
+  const bool grey = range.hue_lo < hue[kGrey] && hue[kGrey] < range.hue_hi;
+  // Halfway (in direction) between the last offset of one kind and the first
+  // of the other: no (U, V) but grey lies on either border.
+  const Offset start{high[0].at.x + low[1].at.x, high[0].at.y + low[1].at.y};
+  const Offset end{high[1].at.x + low[0].at.x, high[1].at.y + low[0].at.y};
+  auto sector = [&](Offset from, Offset to, bool outside) {
+    // Inside when counter-clockwise of `from` and clockwise of `to`; the
+    // products vanish at grey alone, which the thresholds take or leave.
+    const int32_t t = grey != outside ? -1 : 0;
+    arc = {int16_t(-from.y), int16_t(from.x), int16_t(to.y), int16_t(-to.x), t, outside};
+  };
+  if (low[1].rank < 0 || low[0].rank < 0) {
+    // Nothing keys, or everything does: an empty sector (a border through
+    // no (U, V) but grey, and its opposite), or its complement.
+    sector({256, -1}, {256, -1}, low[0].rank < 0);
+  } else if (cross(start, end) > 0 || (cross(start, end) == 0 && start.x * end.x + start.y * end.y < 0)) {
+    sector(start, end, false);
+  } else if (cross(start, end) < 0) {
+    sector(end, start, true);  // more than half a turn: what does not key
+  } else {
+    return false;
+  }
+  for (unsigned i = 0; i < 65536; ++i) {
+    if (in_arc(arc, i >> 8, i & 0xFF) != (range.hue_lo < hue[i] && hue[i] < range.hue_hi)) return false;
+  }
+  return true;
 }
 
 void add_hue_and_luma(const uint8_t* src, std::size_t pairs, const uint16_t* hue, double divisor, double& hue_sum,

@@ -24,14 +24,41 @@ struct KeyColour {
   uint8_t y, u, v;
 };
 
+// The hue half of the decision as a sector around the grey point
+// (U, V) = (128, 128), tested with two signed products per pair and no table:
+// with u = (U - 128) * 256 and v = (V - 128) * 256, a pair's (U, V) lies in
+// the hue range when
+//   (a1 * u + b1 * v > t && a2 * u + b2 * v > t) != outside.
+// Hue grows with the angle of (U - 128, V - 128) except where it wraps, so
+// the hues of a range fill one sector (or its complement, when the range
+// spans more than half a turn); build_hue_arc checks that claim on every
+// (U, V) before the vector kernels rely on it.  The scale by 256 is how the
+// vector kernels see the bytes (the pair's U and V as the high bytes of two
+// 16-bit words).
+struct HueArc {
+  int16_t a1, b1, a2, b2;
+  int32_t t;
+  bool outside;
+};
+inline bool in_arc(const HueArc& s, unsigned u, unsigned v) noexcept {
+  const int32_t x = (int32_t(u) - 128) * 256, y = (int32_t(v) - 128) * 256;
+  return (s.a1 * x + s.b1 * y > s.t && s.a2 * x + s.b2 * y > s.t) != s.outside;
+}
+// Finds the sector of `range` for the hue table `hue` and checks it on every
+// (U, V): false (and `arc` unspecified) when no sector matches the table.
+bool build_hue_arc(const uint16_t* hue, KeyRange range, HueArc& arc);
+
 // What stays the same for a whole strip.
 struct KeySettings {
   KeyRange range;
   const uint16_t* hue;  // 65536 hues, indexed by U * 256 + V
   KeyColour colour;     // used when no background is given
-  // The hue half of the decision as bits (see build_keyed_uv); the vector
-  // kernels take it, and leave a strip without it to the scalar ones.
+  // The hue half of the decision as bits (see build_keyed_uv) and, when the
+  // table allows, as a sector (see build_hue_arc); the vector kernels take
+  // the sector, else the bits, and leave a strip with neither to the scalar
+  // ones.
   const uint8_t* keyed_uv = nullptr;
+  const HueArc* arc = nullptr;
 };
 
 // Bit (U * 256 + V) of `bits` (bit i is bit i % 8 of byte i / 8) set when

@@ -1,21 +1,22 @@
 // Chroma keying over whole vectors: included by chroma_key_simd.cpp once per
 // instruction set, inside that set's namespace, after its target T, its
 // vector V of kPairs pairs, its mask type M and its operations, among them
-// keyed_group (the keying bits of kPairs pairs).  No include guard: each
-// inclusion is a different kernel.
+// keyed_arc (the keying mask of kPairs pairs from a sector) and keyed_group
+// (from the bit table).  No include guard: each inclusion is a different
+// kernel.
 //
-// A strip is keyed in chunks: first the keying bit of every pair of the
-// chunk and of the pair after it, then the bytes.  With the bits of a pair,
-// the one before and the one after at hand, every pair's final bytes are
-// known at once (the scalar kernel rewrites a kept pair when the next pair
-// keys; here it is written once, as it ends up):
+// Hard edges are keyed a vector at a time.  Soft edges a chunk at a time:
+// first the keying bits of the chunk's pairs, then the bytes.  With the bits
+// of a pair, the one before and the one after at hand, every pair's final
+// bytes are known at once (the scalar kernel rewrites a kept pair when the
+// next pair keys; here it is written once, as it ends up):
 //   keyed                          the replacement at its place
 //   kept, the next keyed           mean of its bytes and the replacement before a run
 //   kept, the next kept, the one
 //   before keyed (soft edges)      mean of its bytes and the replacement at its place
 //   otherwise                      its own bytes
 
-// Pair i of a chunk whose bits are `bits` (bit -1: `before`), one at a time.
+// One pair, its bit and those of its neighbours given.
 template <bool Soft, bool Bg>
 T PIX95_INLINE void key_one(const uint8_t* s, const uint8_t* bg, uint8_t* d, const uint8_t* at, const uint8_t* lead,
                             bool keyed, bool before, bool next) {
@@ -34,76 +35,134 @@ T PIX95_INLINE void key_one(const uint8_t* s, const uint8_t* bg, uint8_t* d, con
   }
 }
 
-template <bool Soft, bool Bg>
-T void key_row(const uint8_t* src, const uint8_t* background, uint8_t* dst, std::size_t pairs, const KeySettings& k,
-               KeyCarry& carry) {
-  if (k.keyed_uv == nullptr) {
-    (Soft ? key_soft_row : key_hard_row)(src, background, dst, pairs, k, carry);
-    return;
-  }
-  constexpr std::size_t kChunk = 1024;
-  uint64_t bits[kChunk / 64 + 1];
-  auto bit = [&](std::size_t j) { return (bits[j / 64] >> (j % 64)) & 1; };
+// The two ways to the keying bits of a vector of pairs.
+template <bool Outside>
+struct BySector {
+  Arc arc;
+  T PIX95_INLINE M operator()(const uint8_t*, V v) const { return keyed_arc<Outside>(v, arc); }
+};
+struct ByTable {
+  const uint8_t* uv;
+  Luma luma;
+  T PIX95_INLINE M operator()(const uint8_t* p, V) const { return keyed_group(p, uv, luma); }
+};
+
+template <bool Soft, bool Bg, class Decide>
+T PIX95_INLINE void key_vectors(const uint8_t* src, const uint8_t* background, uint8_t* dst, std::size_t pairs,
+                                const KeySettings& k, KeyCarry& carry, const Decide& decide) {
+  if (pairs == 0) return;
   const KeyColour c = k.colour;
   const uint8_t at[4] = {c.y, c.u, c.y, c.v}, lead[4] = {c.y, c.v, c.y, c.v};
   const V at_v = set32(static_cast<int32_t>(c.y | c.u << 8 | c.y << 16 | uint32_t{c.v} << 24));
   const V lead_v = set32(static_cast<int32_t>(c.y | c.v << 8 | c.y << 16 | uint32_t{c.v} << 24));
-  const Luma luma = luma_bounds(k.range);
-  constexpr unsigned kAll = (1u << kPairs) - 1;
+  constexpr std::size_t kBytes = 4 * kPairs;
+  const std::size_t groups = pairs / kPairs, rest = pairs % kPairs, tail = groups * kPairs;
+  // The pairs after the last whole vector, by the scalar decision.
+  unsigned tail_word = 0;
+  for (std::size_t j = 0; j < rest; ++j) tail_word |= unsigned{keys(src + 4 * (tail + j), k)} << j;
   bool previous = carry.previous_keyed;
-  for (std::size_t start = 0; start < pairs; start += kChunk) {
-    const std::size_t n = std::min(kChunk, pairs - start);
-    // The bits, with the pair after the chunk's last when there is one.
-    const std::size_t m = Soft ? std::min(n + 1, pairs - start) : n;
-    std::fill(std::begin(bits), std::end(bits), 0);
-    const uint8_t* s = src + 4 * start;
-    std::size_t j = 0;
-    // A word of bits gathered in a register, stored when full.
-    uint64_t word = 0;
-    for (; m - j >= kPairs; j += kPairs) {
-      word |= uint64_t{keyed_group(s + 4 * j, k.keyed_uv, luma)} << (j % 64);
-      if ((j + kPairs) % 64 == 0) bits[j / 64] = word, word = 0;
+  if (!Soft) {
+    for (std::size_t o = 0; o < groups * kBytes; o += kBytes) {
+      const V sv = loadu(src + o);
+      const M keyed = decide(src + o, sv);
+      storeu(dst + o, Bg ? select_load(keyed, background + o, sv) : select(keyed, at_v, sv));
+      if (o + kBytes == groups * kBytes) previous = ((from_bits(bits_of(keyed)) >> (kPairs - 1)) & 1) != 0;
     }
-    for (; j < m; ++j) word |= uint64_t{keys(s + 4 * j, k)} << (j % 64);
-    if (j % 64 != 0) bits[j / 64] = word;
-    const uint8_t* b = background == nullptr ? nullptr : background + 4 * start;
-    uint8_t* d = dst + 4 * start;
+  } else if (groups == 0) {
     // The kept pair before the run's first keyed pair (the caller's pair
     // before the run).
-    if (Soft && start == 0 && bit(0) && !previous) {
-      key_one<Soft, Bg>(s - 4, Bg ? b - 4 : nullptr, d - 4, at, lead, false, false, true);
+    if (!previous && (tail_word & 1) != 0) {
+      key_one<Soft, Bg>(src - 4, Bg ? background - 4 : nullptr, dst - 4, at, lead, false, false, true);
     }
-    for (j = 0; n - j >= kPairs; j += kPairs) {
-      const unsigned cur = static_cast<unsigned>(bits[j / 64] >> (j % 64)) & kAll;
-      const unsigned before = ((cur << 1) | unsigned(j == 0 ? previous : bit(j - 1))) & kAll;
-      const unsigned next = Soft ? (cur >> 1) | unsigned(bit(j + kPairs)) << (kPairs - 1) : 0;
-      const unsigned edge = Soft ? (next | before) & ~cur & kAll : 0;
-      const std::size_t o = 4 * j;
-      if ((cur | edge) == 0) {
-        storeu(d + o, loadu(s + o));
-        continue;
+  } else {
+    // A chunk at a time: the keying bits of its vectors (and of the vector
+    // after it), then for 64 pairs at once which pairs have a keyed pair
+    // after them and which kept ones are beside a keyed one, then the bytes.
+    constexpr std::size_t kChunk = 1024;
+    constexpr uint64_t kAll = (uint64_t{1} << kPairs) - 1;
+    uint64_t keyed[kChunk / 64 + 1], after[kChunk / 64], edge[kChunk / 64];
+    uint64_t top = previous ? 1 : 0;  // the bit of the pair before the next 64
+    const std::size_t whole = groups * kPairs;
+    for (std::size_t first = 0; first < whole; first += kChunk) {
+      const std::size_t n = std::min(kChunk, whole - first);
+      const std::size_t m = first + n < whole ? n + kPairs : n;
+      std::fill(std::begin(keyed), std::end(keyed), 0);
+      const uint8_t* s = src + 4 * first;
+      if constexpr (kPairs == 16) {
+        for (std::size_t j = 0; j < m; j += kPairs) put_bits(keyed, j, bits_of(decide(s + 4 * j, loadu(s + 4 * j))));
+      } else {
+        // Narrower vectors: the bits gathered in a register, stored by 64.
+        uint64_t word = 0;
+        for (std::size_t j = 0; j < m; j += kPairs) {
+          word |= uint64_t{from_bits(bits_of(decide(s + 4 * j, loadu(s + 4 * j))))} << (j % 64);
+          if ((j + kPairs) % 64 == 0) keyed[j / 64] = word, word = 0;
+        }
+        if (m % 64 != 0) keyed[m / 64] = word;
       }
-      const V r = Bg ? loadu(b + o) : at_v;
-      if (cur == kAll) {
-        storeu(d + o, r);
-        continue;
+      if (first + n == whole) keyed[n / 64] |= uint64_t{tail_word} << (n % 64);
+      // The kept pair before the run's first keyed pair (the caller's pair
+      // before the run).
+      if (first == 0 && !previous && (keyed[0] & 1) != 0) {
+        key_one<Soft, Bg>(src - 4, Bg ? background - 4 : nullptr, dst - 4, at, lead, false, false, true);
       }
-      const V sv = loadu(s + o);
-      V out = sv;
-      if (Soft && edge != 0) {
-        const V rb = Bg ? r : lead_v;
-        out = select(mask_of(before & ~cur), mean(sv, r), out);
-        out = select(mask_of(next & ~cur), mean(sv, rb), out);
+      for (std::size_t i = 0; i < (n + 63) / 64; ++i) {
+        const uint64_t w = keyed[i];
+        after[i] = (w >> 1) | keyed[i + 1] << 63;
+        edge[i] = ((w << 1) | top | after[i] | w) - w;  // (before | after) & ~w
+        top = w >> 63;
       }
-      storeu(d + o, select(mask_of(cur), r, out));
+      previous = ((keyed[(n - 1) / 64] >> ((n - 1) % 64)) & 1) != 0;
+      const uint8_t* b = Bg ? background + 4 * first : nullptr;
+      uint8_t* d = dst + 4 * first;
+      for (std::size_t j = 0; j < n; j += kPairs) {
+        const std::size_t o = 4 * j;
+        const V sv = loadu(s + o);
+        const M k = mask_at(keyed, j);
+        V out = Bg ? select_load(k, b + o, sv) : select(k, at_v, sv);
+        // Kept pairs beside a keyed one averaged (none in most vectors).
+        if ((edge[j / 64] >> (j % 64) & kAll) != 0) {
+          const V rb = Bg ? loadu(b + o) : select(mask_at(after, j), lead_v, at_v);
+          out = mean_into(out, mask_at(edge, j), sv, rb);
+        }
+        storeu(d + o, out);
+      }
     }
-    for (; j < n; ++j) {
-      key_one<Soft, Bg>(s + 4 * j, Bg ? b + 4 * j : nullptr, d + 4 * j, at, lead, bit(j),
-                        j == 0 ? previous : bit(j - 1), Soft && bit(j + 1));
-    }
-    previous = bit(n - 1);
   }
+  const unsigned word = tail_word;
+  for (std::size_t j = 0; j < rest; ++j) {
+    const std::size_t i = tail + j;
+    key_one<Soft, Bg>(src + 4 * i, Bg ? background + 4 * i : nullptr, dst + 4 * i, at, lead, (word >> j) & 1,
+                      j == 0 ? previous : ((word >> (j - 1)) & 1) != 0, Soft && ((word >> (j + 1)) & 1) != 0);
+  }
+  if (rest != 0) previous = ((word >> (rest - 1)) & 1) != 0;
   carry.previous_keyed = previous;
+}
+
+template <bool Soft, bool Bg>
+T void key_row(const uint8_t* src, const uint8_t* background, uint8_t* dst, std::size_t pairs, const KeySettings& k,
+               KeyCarry& carry) {
+  const KeyRow scalar = Soft ? key_soft_row : key_hard_row;
+  if (k.arc == nullptr && k.keyed_uv == nullptr) {
+    scalar(src, background, dst, pairs, k, carry);
+    return;
+  }
+  // The pairs up to the first whole vector of the output, when it can be
+  // reached, one at a time: whole vectors are then stored whole.
+  constexpr std::size_t kBytes = 4 * kPairs;
+  const std::size_t offset = reinterpret_cast<std::uintptr_t>(dst) % kBytes;
+  const std::size_t head = std::min(pairs, offset % 4 == 0 ? (kBytes - offset) % kBytes / 4 : 0);
+  if (head != 0) {
+    scalar(src, background, dst, head, k, carry);
+    src += 4 * head, dst += 4 * head, pairs -= head;
+    if (background != nullptr) background += 4 * head;
+  }
+  if (k.arc != nullptr && k.arc->outside) {
+    key_vectors<Soft, Bg>(src, background, dst, pairs, k, carry, BySector<true>{arc_of(k)});
+  } else if (k.arc != nullptr) {
+    key_vectors<Soft, Bg>(src, background, dst, pairs, k, carry, BySector<false>{arc_of(k)});
+  } else {
+    key_vectors<Soft, Bg>(src, background, dst, pairs, k, carry, ByTable{k.keyed_uv, luma_bounds(k.range)});
+  }
 }
 
 T void hard_row(const uint8_t* src, const uint8_t* background, uint8_t* dst, std::size_t pairs, const KeySettings& k,
