@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "backend.h"
+#include "convert/kernels/direct.h"
+#include "core/simd.h"
 #include "core/status.h"
 
 namespace pix::display::x11 {
@@ -76,10 +78,6 @@ int trap_handler(Display*, XErrorEvent* event) {
   // Request numbers wrap; the difference tells which came first.
   const bool own = !g_counting_from || static_cast<long>(event->serial - g_first_serial) >= 0;
   if (own && g_trapped == 0) g_trapped = event->error_code;
-  if (!own) {
-    ErrorTrap::earlier_code = event->error_code;
-    ErrorTrap::earlier_serial = event->serial;
-  }
   return 0;
 }
 
@@ -113,9 +111,6 @@ X11State* connect() {
   }
   return s.display != nullptr ? &s : nullptr;
 }
-
-int ErrorTrap::earlier_code = 0;
-unsigned long ErrorTrap::earlier_serial = 0;
 
 ErrorTrap::ErrorTrap(X11State& s, Display* display) : s_(s) {
   g_trapped = 0;
@@ -381,12 +376,147 @@ void dib_row(const Dib& dib, const uint8_t* row, int first, int count, uint32_t*
   }
 }
 
+// Where a context draws straight into the pixels of an image surface of
+// 32-bit pixels: the surface itself (no group), an integer translation and
+// no device offset or scale, and a clip that, within the surface, leaves the
+// rectangle x, y, w, h (user space) whole.  False when any of that fails:
+// cairo then draws.
+struct Straight {
+  cairo_surface_t* target = nullptr;
+  int dx = 0, dy = 0;  // user space to the surface's pixels
+};
+bool straight_target(X11State& s, cairo_t* cr, int x, int y, int w, int h, Straight& out) {
+  if (s.call.cairo_status(cr) != CAIRO_STATUS_SUCCESS) return false;
+  cairo_surface_t* target = s.call.cairo_get_target(cr);
+  if (!is_image(s, target) || s.call.cairo_get_group_target(cr) != target) return false;
+  const cairo_format_t format = s.call.cairo_image_surface_get_format(target);
+  if (format != CAIRO_FORMAT_RGB24 && format != CAIRO_FORMAT_ARGB32) return false;
+  double ox = 0, oy = 0, scale_x = 0, scale_y = 0;
+  s.call.cairo_surface_get_device_offset(target, &ox, &oy);
+  s.call.cairo_surface_get_device_scale(target, &scale_x, &scale_y);
+  cairo_matrix_t m;
+  s.call.cairo_get_matrix(cr, &m);
+  const auto whole = [](double v) { return v == static_cast<double>(static_cast<int>(v)) && std::abs(v) < 1 << 30; };
+  if (ox != 0 || oy != 0 || scale_x != 1 || scale_y != 1 || m.xx != 1 || m.yy != 1 || m.xy != 0 || m.yx != 0 ||
+      !whole(m.x0) || !whole(m.y0)) {
+    return false;
+  }
+  out.target = target, out.dx = static_cast<int>(m.x0), out.dy = static_cast<int>(m.y0);
+  // The part of the rectangle on the surface, in user space.
+  const int64_t width = s.call.cairo_image_surface_get_width(target), height = s.call.cairo_image_surface_get_height(target);
+  const int64_t left = std::max<int64_t>(x, -out.dx), top = std::max<int64_t>(y, -out.dy);
+  const int64_t right = std::min<int64_t>(int64_t{x} + w, width - out.dx), bottom = std::min<int64_t>(int64_t{y} + h, height - out.dy);
+  if (right <= left || bottom <= top) return true;
+  cairo_rectangle_list_t* clip = s.call.cairo_copy_clip_rectangle_list(cr);
+  bool whole_clip = clip->status == CAIRO_STATUS_SUCCESS && clip->num_rectangles == 1 &&
+                    clip->rectangles[0].x <= left && clip->rectangles[0].y <= top &&
+                    clip->rectangles[0].x + clip->rectangles[0].width >= right &&
+                    clip->rectangles[0].y + clip->rectangles[0].height >= bottom;
+  s.call.cairo_rectangle_list_destroy(clip);
+  return whole_clip;
+}
+
+// The row converter of 24-bit DIB pixels to the surface's: blue, green, red
+// and a zero byte, which is then made opaque (cairo's own drawing of the
+// picture leaves 0xFF there).  A row goes through a small buffer that stays
+// in the cache, and from there to the surface, past the cache: a frame is
+// larger than the cache, and the next to read it is usually another device
+// or process.
+constexpr std::size_t kChunk = 512;  // pixels
+
+void opaque_copy_scalar(const uint8_t* from, uint8_t* to, std::size_t pixels) {
+  for (std::size_t i = 0; i < pixels; ++i) {
+    uint32_t v;
+    std::memcpy(&v, from + 4 * i, 4);
+    v |= 0xFF000000u;
+    std::memcpy(to + 4 * i, &v, 4);
+  }
+}
+#if PIX95_X86
+PIX95_SSE2 void opaque_copy_sse2(const uint8_t* from, uint8_t* to, std::size_t pixels) {
+  std::size_t i = 0;
+  const std::size_t head = std::min(pixels, ((16 - reinterpret_cast<uintptr_t>(to) % 16) % 16) / 4);
+  opaque_copy_scalar(from, to, head);
+  if (reinterpret_cast<uintptr_t>(to) % 4 == 0) {
+    const __m128i opaque = _mm_set1_epi32(static_cast<int>(0xFF000000u));
+    for (i = head; pixels - i >= 4; i += 4) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 4 * i));
+      _mm_stream_si128(reinterpret_cast<__m128i*>(to + 4 * i), _mm_or_si128(v, opaque));
+    }
+  } else {
+    i = head;
+  }
+  opaque_copy_scalar(from + 4 * i, to + 4 * i, pixels - i);
+}
+#endif
+
+#if PIX95_X86
+// The streamed stores are seen by everyone before anything after this.
+PIX95_SSE2 void streamed() { _mm_sfence(); }
+#endif
+
+void opaque_row(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
+  using convert::kernels::Direct;
+  static const convert::kernels::DirectRow row = convert::kernels::direct_row(Direct::bgr24, Direct::bgrx32);
+#if PIX95_X86
+  static const auto copy = simd::active() >= simd::Level::sse2 ? opaque_copy_sse2 : opaque_copy_scalar;
+#else
+  constexpr auto copy = opaque_copy_scalar;
+#endif
+  alignas(64) uint8_t chunk[4 * kChunk];
+  for (std::size_t done = 0; done < pixels; done += kChunk) {
+    const std::size_t n = std::min(kChunk, pixels - done);
+    row(src + 3 * done, chunk, n, 0);
+    copy(chunk, dst + 4 * done, n);
+  }
+}
+
+// draw_dib's way without stretching on a straight target (see draw_dib):
+// each row converted from the DIB into the surface, cut to the surface.
+void convert_into(X11State& s, const Straight& to, const Dib& dib, const uint8_t* bits, uint32_t first_stored,
+                  uint32_t stored, int sx, int top, int w, int h, int x, int y) {
+  cairo_surface_t* target = to.target;
+  const int64_t width = s.call.cairo_image_surface_get_width(target), height = s.call.cairo_image_surface_get_height(target);
+  const int64_t px = int64_t{x} + to.dx, py = int64_t{y} + to.dy;  // the rectangle's pixel on the surface
+  const int64_t c0 = std::max<int64_t>(0, -px), c1 = std::min<int64_t>(w, width - px);
+  const int64_t r0 = std::max<int64_t>(0, -py), r1 = std::min<int64_t>(h, height - py);
+  if (c1 <= c0 || r1 <= r0) return;
+  s.call.cairo_surface_flush(target);
+  uint8_t* data = s.call.cairo_image_surface_get_data(target);
+  const auto pitch = static_cast<std::size_t>(s.call.cairo_image_surface_get_stride(target));
+  const int rows = std::abs(dib.height);
+  const auto count = static_cast<std::size_t>(c1 - c0);
+  for (int64_t r = r0; r < r1; ++r) {
+    uint8_t* dst = data + static_cast<std::size_t>(py + r) * pitch + static_cast<std::size_t>(px + c0) * 4;
+    const int64_t picture_row = top + r;
+    const int64_t storage_row = dib.height > 0 ? int64_t{rows} - 1 - picture_row : picture_row;
+    if (storage_row < first_stored || storage_row >= int64_t{first_stored} + stored) {
+      // A row the bits do not hold is drawn opaque black, as cairo draws it.
+      for (std::size_t i = 0; i < count; ++i) std::memcpy(dst + 4 * i, "\0\0\0\xFF", 4);
+      continue;
+    }
+    opaque_row(bits + static_cast<std::size_t>(storage_row - first_stored) * dib.stride +
+                   3 * static_cast<std::size_t>(sx + c0),
+               dst, count);
+  }
+#if PIX95_X86
+  if (simd::active() >= simd::Level::sse2) streamed();
+#endif
+  s.call.cairo_surface_mark_dirty_rectangle(target, static_cast<int>(px + c0), static_cast<int>(py + r0),
+                                            static_cast<int>(c1 - c0), static_cast<int>(r1 - r0));
+}
+
 // Draws the DIB rows top .. top + sh - 1 (counted from the picture's top),
 // columns sx .. sx + sw - 1, into dw x dh at x, y.  `bits` holds the stored
 // rows first_stored .. first_stored + stored - 1 (in storage order).
 bool draw_dib(X11State& s, cairo_t* cr, const Dib& dib, const uint8_t* bits, uint32_t first_stored, uint32_t stored,
               int sx, int top, int sw, int sh, int x, int y, int dw, int dh) {
   if (sw <= 0 || sh <= 0) return false;
+  Straight straight;
+  if (dib.bits == 24 && dw == sw && dh == sh && straight_target(s, cr, x, y, sw, sh, straight)) {
+    convert_into(s, straight, dib, bits, first_stored, stored, sx, top, sw, sh, x, y);
+    return true;
+  }
   const int rows = std::abs(dib.height);
   std::vector<uint32_t>& scratch = objects().scratch;
   scratch.assign(static_cast<std::size_t>(sw) * sh, 0xFF000000u);
@@ -493,6 +623,20 @@ bool probe_masks(PIX_HDC dc, uint32_t& red, uint32_t& green, uint32_t& blue) {
   return false;
 }
 
+namespace {
+// The client origin of the window last placed, with the number the next
+// request would have had then: while nothing has been sent since, the
+// server's answer is still the latest there is and is not asked again (the
+// direct path places the window for its clip and, right after, for its
+// display rectangle).
+struct Placed {
+  Window window = 0;
+  unsigned long next_request = 0;
+  int x = 0, y = 0;
+};
+Placed g_placed;
+}  // namespace
+
 // The window's size and its place on the screen: two round trips, whose
 // replies carry any error of theirs (no XSync needed to see it).
 bool window_rect(PIX_HWND window, Rect& rect) {
@@ -506,6 +650,7 @@ bool window_rect(PIX_HWND window, Rect& rect) {
       s->call.XGetGeometry(s->display, to_window(window), &root, &gx, &gy, &width, &height, &border, &depth) != 0 &&
       s->call.XTranslateCoordinates(s->display, to_window(window), root, 0, 0, &x, &y, &child) != 0;
   if (trap.seen() != 0 || !ok) return false;
+  g_placed = {to_window(window), NextRequest(s->display), x, y};
   rect = {x, y, x + static_cast<int32_t>(width), y + static_cast<int32_t>(height)};
   return true;
 }
@@ -515,6 +660,10 @@ bool window_rect(PIX_HWND window, Rect& rect) {
 bool client_to_screen(PIX_HWND window, int32_t& x, int32_t& y) {
   X11State* s = connect();
   if (s == nullptr) return false;
+  if (g_placed.window == to_window(window) && g_placed.next_request == NextRequest(s->display)) {
+    x += g_placed.x, y += g_placed.y;
+    return true;
+  }
   ErrorTrap trap(*s, s->display);
   Window root = s->call.XRootWindow(s->display, s->call.XDefaultScreen(s->display)), child = 0;
   int sx = 0, sy = 0;
@@ -782,9 +931,8 @@ void delete_dc(PIX_HDC dc) {
 }
 
 // --- the direct path: an MIT-SHM image of the screen's size, put to the window -----------
-// A frame costs the two queries of the clip (the window's size and place,
-// each a round trip that also tells the previous put handled) and one
-// request for the put; nothing waits on the put itself.
+// A strip costs three round trips: the two queries of the clip (the
+// window's size and place) and the put waited for.
 
 namespace {
 struct DirectImage {
@@ -813,14 +961,6 @@ bool make_image(X11State& s, DirectImage& d, std::string& message) {
                      message);
 }
 
-// The last put's failure, read meanwhile with a later reply (the put itself
-// is not waited for): the frame that finds it fails with it.
-bool put_failed(X11State& s, DirectImage& d, std::string& message) {
-  if (ErrorTrap::earlier_code == 0 || ErrorTrap::earlier_serial != d.shared.put_serial) return false;
-  message = x_failure(s, "XShmPutImage", ErrorTrap::earlier_code);
-  ErrorTrap::earlier_code = 0;
-  return true;
-}
 }  // namespace
 
 bool direct_create(PIX_HWND window, DirectObjects& o, std::string& message) {
@@ -839,7 +979,6 @@ void direct_release(DirectObjects& o) {
   if (d != nullptr) {
     X11State& s = x11_state();
     if (s.display != nullptr) {
-      ErrorTrap trap(s, s.display);  // the last put's failure has nobody left to tell
       free_shared(s, d->shared);
     }
     drop(objects().direct, d);
@@ -869,11 +1008,8 @@ bool direct_clip(DirectObjects& o, Rect& clip, std::string& message) {
     if (message.empty()) message = "XGetWindowAttributes call 1 - no direct object";
     return false;
   }
-  X11State& s = x11_state();
   Rect r;
-  const bool placed = window_rect(to_handle(d->window), r);
-  if (put_failed(s, *d, message)) return false;
-  if (!placed) {
+  if (!window_rect(to_handle(d->window), r)) {
     message = "XGetWindowAttributes call 1 - BadWindow";
     return false;
   }
@@ -892,14 +1028,6 @@ bool direct_lock(DirectObjects& o, const Rect& rect, uint8_t*& bits, int32_t& pi
     message = "XShmPutImage call 1 - rectangle outside the screen";
     return false;
   }
-  // The segment is written again only after the server has read the last
-  // frame from it (the clip's queries have normally told that already).
-  X11State& s = x11_state();
-  {
-    ErrorTrap trap(s, s.display);
-    settle(s, d->shared);
-  }
-  if (put_failed(s, *d, message)) return false;
   pitch = image->bytes_per_line;
   bits = reinterpret_cast<uint8_t*>(image->data) + static_cast<std::size_t>(rect.top) * pitch +
          static_cast<std::size_t>(rect.left) * (image->bits_per_pixel / 8);
@@ -914,10 +1042,17 @@ bool direct_unlock(DirectObjects& o, const Rect& rect, std::string& message) {
     return false;
   }
   if (rect.right <= rect.left || rect.bottom <= rect.top) return true;
-  // Not waited for: a failure shows with the next reply and fails the frame
-  // that reads it.
+  // Waited for: as with a locked screen, the lines are on the screen when
+  // the call returns (another client's screenshot must see them), and a
+  // failure is this frame's.
+  ErrorTrap trap(s, s.display);
   put_shared(s, d->shared, d->window, rect.left, rect.top, rect.left - d->origin_x, rect.top - d->origin_y,
              rect.right - rect.left, rect.bottom - rect.top);
+  if (const int error = trap.finish(s.display); error != 0) {
+    message = x_failure(s, "XShmPutImage", error);
+    return false;
+  }
+  d->shared.put_pending = false;
   return true;
 }
 

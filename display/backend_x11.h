@@ -92,11 +92,10 @@ X11State* xlib_ready();
 X11State* connect();
 
 // Runs X requests with the process's error handler replaced by one that
-// records the first error instead of ending the program.  Errors are told
-// apart by the number of the request that caused them: those of requests
-// made while the trap is set count as its own; one caused by an earlier
-// request that arrives meanwhile (an unanswered put) is kept aside in
-// `earlier_code`/`earlier_serial` for whoever made that request.
+// records the first error instead of ending the program.  Given the
+// display, the trap counts only errors of the requests made while it is set
+// (told by their request numbers): an earlier request's error that arrives
+// meanwhile is swallowed, not blamed on them.
 class ErrorTrap {
  public:
   explicit ErrorTrap(X11State& s, Display* display = nullptr);
@@ -108,8 +107,6 @@ class ErrorTrap {
   // trip (a request with a reply has its error read with the reply).
   int seen() const;
   std::string text(Display* display, int code) const;
-  static int earlier_code;
-  static unsigned long earlier_serial;
 
  private:
   X11State& s_;
