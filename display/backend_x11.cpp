@@ -259,6 +259,15 @@ struct Objects {
   std::unique_ptr<Shared> spare;
   std::vector<Display*> no_shared;
   std::vector<Display*> watched;  // connections whose closing is hooked
+  // The spare is given back to the server before the process ends: left to
+  // the server's clean-up of the closed connection, the next process's
+  // first frames on the same Xvfb were at times wiped (seen, not explained).
+  Objects() = default;
+  Objects(const Objects&) = delete;
+  Objects& operator=(const Objects&) = delete;
+  ~Objects() {
+    if (spare != nullptr) free_shared(x11_state(), *spare);
+  }
   char stock = 0;  // the object a new memory context holds
 };
 Objects& objects() {
@@ -572,6 +581,12 @@ void release_dc(PIX_HWND, PIX_HDC dc) {
   if (it == made.end()) return;  // the application's own context stays
   made.erase(it);
   flush(s, as_cairo(dc));
+  // What was drawn through the library's own connection is on the screen
+  // when the drawing call returns, as on a locked screen: another client
+  // asking for the window's pixels next must see it.
+  if (cairo_surface_t* target = s.call.cairo_get_target(as_cairo(dc)); is_xlib(s, target)) {
+    s.call.XSync(s.call.cairo_xlib_surface_get_display(target), False);
+  }
   s.call.cairo_destroy(as_cairo(dc));
 }
 
