@@ -7,7 +7,10 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
+#include <chrono>
 #include <cstring>
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "display/backend_x11.h"
@@ -132,6 +135,117 @@ void BM_FloorMemcpy(benchmark::State& state) {
   }
   state.counters["fps"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
 }
+
+// Each path interleaved frame by frame with its floors, so that a loaded
+// machine slows both sides alike: milliseconds a frame per side, and each
+// floor's time over ours (1 or more: ours is as fast as the floor).
+struct Side {
+  const char* name;
+  std::function<void()> frame;
+  double seconds = 0;
+};
+
+struct Ours {
+  Scene& sc = scene();
+  uint32_t d = 0;
+  cairo_surface_t* surface = nullptr;
+  cairo_t* cr = nullptr;
+  bool image_surface;
+  Ours(uint32_t flags, bool image) : image_surface(image) {
+    d = PIX_display_create();
+    if (image) {
+      surface = sc.s->call.cairo_image_surface_create(CAIRO_FORMAT_RGB24, kW, kH);
+      cr = sc.s->call.cairo_create(surface);
+      PIX_display_set_paint_hDC(d, cr);
+    }
+    PIX_display_init(d, to_handle(sc.window));
+    PIX_display_set_flags(d, flags, 1);
+  }
+  ~Ours() {
+    PIX_display_destroy(d);
+    if (cr != nullptr) sc.s->call.cairo_destroy(cr), sc.s->call.cairo_surface_destroy(surface);
+  }
+  bool frame() {
+    const bool ok = PIX_display_image(d, image_surface ? sc.dib : sc.frame, PIX_STRIP_NEXT) == 0;
+    if (!image_surface) sc.s->call.XSync(sc.s->display, False);
+    return ok;
+  }
+};
+
+struct ShmFloor {
+  X11State& s = *scene().s;
+  XShmSegmentInfo seg{};
+  XImage* image = nullptr;
+  GC gc = nullptr;
+  ShmFloor() {
+    image = s.call.XShmCreateImage(s.display, s.call.XDefaultVisual(s.display, 0), 24, ZPixmap, nullptr, &seg, kW, kH);
+    seg.shmid = shmget(IPC_PRIVATE, std::size_t(image->bytes_per_line) * kH, IPC_CREAT | 0600);
+    seg.shmaddr = image->data = static_cast<char*>(shmat(seg.shmid, nullptr, 0));
+    s.call.XShmAttach(s.display, &seg);
+    s.call.XSync(s.display, False);
+    shmctl(seg.shmid, IPC_RMID, nullptr);
+    std::memcpy(image->data, scene().bytes(), std::size_t(kW) * kH * 4);
+    gc = s.call.XCreateGC(s.display, scene().window, 0, nullptr);
+  }
+  ~ShmFloor() {
+    s.call.XFreeGC(s.display, gc);
+    s.call.XShmDetach(s.display, &seg);
+    s.call.XSync(s.display, False);
+    shmdt(seg.shmaddr);
+    image->data = nullptr;
+    XDestroyImage(image);
+  }
+  void frame(bool copy) {
+    if (copy) std::memcpy(image->data, scene().bytes(), std::size_t(kW) * kH * 4);
+    s.call.XShmPutImage(s.display, scene().window, gc, image, 0, 0, 0, 0, kW, kH, False);
+    s.call.XSync(s.display, False);
+  }
+};
+
+void paired(benchmark::State& state, uint32_t flags, bool image_surface) {
+  Scene& sc = scene();
+  if (sc.s == nullptr || !sc.s->shm) return state.SkipWithError("no X display with MIT-SHM");
+  X11State& s = *sc.s;
+  Ours ours(flags, image_surface);
+  ShmFloor shm;
+  XImage plain = plain_image(s, reinterpret_cast<char*>(sc.bytes()));
+  GC gc = s.call.XCreateGC(s.display, sc.window, 0, nullptr);
+  std::vector<uint8_t> to(std::size_t(kW) * kH * 4);
+  bool failed = false;
+  std::vector<Side> sides{
+      {"ours", [&] { failed |= !ours.frame(); }},
+      {"XPutImage", [&] {
+         s.call.XPutImage(s.display, sc.window, gc, &plain, 0, 0, 0, 0, kW, kH);
+         s.call.XSync(s.display, False);
+       }},
+      {"XShmPutImage", [&] { shm.frame(false); }},
+      {"memcpy+XShmPutImage", [&] { shm.frame(true); }},
+      {"memcpy", [&] {
+         std::memcpy(to.data(), sc.bytes(), to.size());
+         benchmark::DoNotOptimize(to.data());
+       }},
+  };
+  for (auto _ : state) {
+    for (Side& side : sides) {
+      const auto start = std::chrono::steady_clock::now();
+      side.frame();
+      side.seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+  }
+  if (failed) state.SkipWithError("display failed");
+  const double n = double(state.iterations());
+  for (const Side& side : sides) {
+    state.counters[std::string(side.name) + " ms"] = 1000 * side.seconds / n;
+    if (&side != &sides[0]) state.counters[std::string(side.name) + "/ours"] = side.seconds / sides[0].seconds;
+  }
+  s.call.XFreeGC(s.display, gc);
+}
+void BM_PairedBitmaps(benchmark::State& state) { paired(state, PIX_DISPLAY_FLAG_DEFAULT, false); }
+void BM_PairedSharedMemory(benchmark::State& state) { paired(state, PIX_DISPLAY_FLAG_DIRECT_DRAW, false); }
+void BM_PairedDibOnImageSurface(benchmark::State& state) { paired(state, PIX_DISPLAY_FLAG_DEFAULT, true); }
+BENCHMARK(BM_PairedBitmaps)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_PairedSharedMemory)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_PairedDibOnImageSurface)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 BENCHMARK(BM_Bitmaps)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_FloorXPutImage)->Unit(benchmark::kMillisecond)->UseRealTime();

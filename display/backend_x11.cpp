@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "backend.h"
+#include "convert/kernels/direct.h"
+#include "core/simd.h"
 #include "core/status.h"
 
 namespace pix::display::x11 {
@@ -57,6 +59,7 @@ bool load_cairo(X11State& s) {
 bool load_x11(X11State& s) {
   return open_library(s.x11, s.names.x11, s.message, [&](void* h) -> const char* {
            PIX95_X11_CALLS(PIX95_X11_BIND)
+           PIX95_X11_BIND(XESetCloseDisplay)
            return nullptr;
          }) &&
          open_library(s.xext, s.names.xext, s.message, [&](void* h) -> const char* {
@@ -66,10 +69,15 @@ bool load_x11(X11State& s) {
 }
 #undef PIX95_X11_BIND
 
-// The first error seen by the trap (only one trap runs at a time).
+// The first error seen by the trap (only one trap runs at a time), and the
+// first request number that is the trap's own.
 int g_trapped = 0;
+bool g_counting_from = false;
+unsigned long g_first_serial = 0;
 int trap_handler(Display*, XErrorEvent* event) {
-  if (g_trapped == 0) g_trapped = event->error_code;
+  // Request numbers wrap; the difference tells which came first.
+  const bool own = !g_counting_from || static_cast<long>(event->serial - g_first_serial) >= 0;
+  if (own && g_trapped == 0) g_trapped = event->error_code;
   return 0;
 }
 
@@ -104,17 +112,23 @@ X11State* connect() {
   return s.display != nullptr ? &s : nullptr;
 }
 
-ErrorTrap::ErrorTrap(X11State& s) : s_(s) {
+ErrorTrap::ErrorTrap(X11State& s, Display* display) : s_(s) {
   g_trapped = 0;
+  g_counting_from = display != nullptr;
+  g_first_serial = display != nullptr ? NextRequest(display) : 0;
   previous_ = s_.call.XSetErrorHandler(trap_handler);
 }
-ErrorTrap::~ErrorTrap() { s_.call.XSetErrorHandler(previous_); }
+ErrorTrap::~ErrorTrap() {
+  s_.call.XSetErrorHandler(previous_);
+  g_counting_from = false;
+}
 int ErrorTrap::finish(Display* display) {
   s_.call.XSync(display, False);
   const int code = g_trapped;
   g_trapped = 0;
   return code;
 }
+int ErrorTrap::seen() const { return g_trapped; }
 std::string ErrorTrap::text(Display* display, int code) const {
   char buffer[128] = {};
   s_.call.XGetErrorText(display, code, buffer, sizeof buffer - 1);
@@ -129,6 +143,92 @@ using namespace pix::display::x11;
 
 namespace {
 
+// --- shared-memory images ----------------------------------------------------------
+// An MIT-SHM image: pixels in a segment the X server reads itself, so a put
+// sends a request, not the pixels.  The server reads the segment while it
+// handles the put; the segment may be written again once that request is
+// known handled (any later reply says so), which `settle` waits for only
+// when no reply has come since.
+struct Shared {
+  Display* display = nullptr;
+  XShmSegmentInfo segment{};
+  XImage* image = nullptr;
+  int depth = 0;
+  GC gc = nullptr;  // for drawables of the image's depth, made at the first put
+  unsigned long put_serial = 0;
+  bool put_pending = false;
+};
+
+void free_shared(X11State& s, Shared& sh) {
+  if (sh.image == nullptr) return;
+  if (sh.gc != nullptr) s.call.XFreeGC(sh.display, sh.gc);
+  s.call.XShmDetach(sh.display, &sh.segment);
+  s.call.XSync(sh.display, False);
+  shmdt(sh.segment.shmaddr);
+  sh.image->data = nullptr;
+  XDestroyImage(sh.image);
+  sh.image = nullptr, sh.gc = nullptr, sh.put_pending = false;
+}
+
+// Makes a width x height image of `depth` pixels shared with the server;
+// false with the failing call in `message`.
+bool make_shared(X11State& s, Display* display, Visual* visual, int depth, int width, int height, Shared& sh,
+                 std::string& message) {
+  sh.display = display, sh.depth = depth;
+  sh.image = s.call.XShmCreateImage(display, visual, static_cast<unsigned>(depth), ZPixmap, nullptr, &sh.segment,
+                                    static_cast<unsigned>(width), static_cast<unsigned>(height));
+  if (sh.image == nullptr) {
+    message = "XShmCreateImage call 1 - no image";
+    return false;
+  }
+  sh.segment.shmid = shmget(IPC_PRIVATE, static_cast<std::size_t>(sh.image->bytes_per_line) * height, IPC_CREAT | 0600);
+  void* address = sh.segment.shmid < 0 ? reinterpret_cast<void*>(-1) : shmat(sh.segment.shmid, nullptr, 0);
+  if (address == reinterpret_cast<void*>(-1)) {
+    message = std::string("shmget call 1 - ") + std::strerror(errno);
+    if (sh.segment.shmid >= 0) shmctl(sh.segment.shmid, IPC_RMID, nullptr);
+    XDestroyImage(sh.image);
+    sh.image = nullptr;
+    return false;
+  }
+  sh.segment.shmaddr = sh.image->data = static_cast<char*>(address);
+  sh.segment.readOnly = False;
+  int error = 0;
+  {
+    ErrorTrap trap(s, display);
+    s.call.XShmAttach(display, &sh.segment);
+    error = trap.finish(display);
+    if (error != 0) message = "XShmAttach call 1 - " + trap.text(display, error);
+  }
+  // Gone from the system once both sides let go.
+  shmctl(sh.segment.shmid, IPC_RMID, nullptr);
+  if (error != 0) {
+    shmdt(sh.segment.shmaddr);
+    sh.image->data = nullptr;
+    XDestroyImage(sh.image);
+    sh.image = nullptr;
+    return false;
+  }
+  return true;
+}
+
+// Waits, if it must, until the server has read the segment for the last put.
+void settle(X11State& s, Shared& sh) {
+  if (!sh.put_pending) return;
+  if (static_cast<long>(LastKnownRequestProcessed(sh.display) - sh.put_serial) < 0) s.call.XSync(sh.display, False);
+  sh.put_pending = false;
+}
+
+// Puts w x h pixels of the image from sx, sy to x, y of `drawable` (of the
+// image's depth), without waiting; the request goes out at once.
+void put_shared(X11State& s, Shared& sh, Drawable drawable, int sx, int sy, int x, int y, int w, int h) {
+  if (sh.gc == nullptr) sh.gc = s.call.XCreateGC(sh.display, drawable, 0, nullptr);
+  sh.put_serial = NextRequest(sh.display);
+  s.call.XShmPutImage(sh.display, drawable, sh.gc, sh.image, sx, sy, x, y, static_cast<unsigned>(w),
+                      static_cast<unsigned>(h), False);
+  sh.put_pending = true;
+  s.call.XFlush(sh.display);
+}
+
 // --- device-dependent bitmaps and their memory contexts ------------------------------
 struct Bitmap {
   cairo_surface_t* surface = nullptr;  // over the pixmap, or an image surface
@@ -136,6 +236,7 @@ struct Bitmap {
   Pixmap pixmap = 0;
   Visual* visual = nullptr;
   int width = 0, height = 0, depth = 0, bits_per_pixel = 0;
+  std::unique_ptr<Shared> shared;  // the pixmap's bits go through it when the server shares memory
 };
 struct MemoryDc {
   cairo_surface_t* like = nullptr;  // the target of the context it is compatible with (a reference)
@@ -152,6 +253,21 @@ struct Objects {
   std::vector<std::unique_ptr<DirectImage>> direct;
   std::vector<cairo_t*> made;  // contexts get_dc made
   std::vector<uint32_t> scratch;
+  // A deleted bitmap's shared image, kept for the next bitmap of its size
+  // (the bitmap path makes one bitmap a frame), and the connections whose
+  // server refused shared memory.
+  std::unique_ptr<Shared> spare;
+  std::vector<Display*> no_shared;
+  std::vector<Display*> watched;  // connections whose closing is hooked
+  // The spare is given back to the server before the process ends: left to
+  // the server's clean-up of the closed connection, the next process's
+  // first frames on the same Xvfb were at times wiped (seen, not explained).
+  Objects() = default;
+  Objects(const Objects&) = delete;
+  Objects& operator=(const Objects&) = delete;
+  ~Objects() {
+    if (spare != nullptr) free_shared(x11_state(), *spare);
+  }
   char stock = 0;  // the object a new memory context holds
 };
 Objects& objects() {
@@ -269,12 +385,147 @@ void dib_row(const Dib& dib, const uint8_t* row, int first, int count, uint32_t*
   }
 }
 
+// Where a context draws straight into the pixels of an image surface of
+// 32-bit pixels: the surface itself (no group), an integer translation and
+// no device offset or scale, and a clip that, within the surface, leaves the
+// rectangle x, y, w, h (user space) whole.  False when any of that fails:
+// cairo then draws.
+struct Straight {
+  cairo_surface_t* target = nullptr;
+  int dx = 0, dy = 0;  // user space to the surface's pixels
+};
+bool straight_target(X11State& s, cairo_t* cr, int x, int y, int w, int h, Straight& out) {
+  if (s.call.cairo_status(cr) != CAIRO_STATUS_SUCCESS) return false;
+  cairo_surface_t* target = s.call.cairo_get_target(cr);
+  if (!is_image(s, target) || s.call.cairo_get_group_target(cr) != target) return false;
+  const cairo_format_t format = s.call.cairo_image_surface_get_format(target);
+  if (format != CAIRO_FORMAT_RGB24 && format != CAIRO_FORMAT_ARGB32) return false;
+  double ox = 0, oy = 0, scale_x = 0, scale_y = 0;
+  s.call.cairo_surface_get_device_offset(target, &ox, &oy);
+  s.call.cairo_surface_get_device_scale(target, &scale_x, &scale_y);
+  cairo_matrix_t m;
+  s.call.cairo_get_matrix(cr, &m);
+  const auto whole = [](double v) { return v == static_cast<double>(static_cast<int>(v)) && std::abs(v) < 1 << 30; };
+  if (ox != 0 || oy != 0 || scale_x != 1 || scale_y != 1 || m.xx != 1 || m.yy != 1 || m.xy != 0 || m.yx != 0 ||
+      !whole(m.x0) || !whole(m.y0)) {
+    return false;
+  }
+  out.target = target, out.dx = static_cast<int>(m.x0), out.dy = static_cast<int>(m.y0);
+  // The part of the rectangle on the surface, in user space.
+  const int64_t width = s.call.cairo_image_surface_get_width(target), height = s.call.cairo_image_surface_get_height(target);
+  const int64_t left = std::max<int64_t>(x, -out.dx), top = std::max<int64_t>(y, -out.dy);
+  const int64_t right = std::min<int64_t>(int64_t{x} + w, width - out.dx), bottom = std::min<int64_t>(int64_t{y} + h, height - out.dy);
+  if (right <= left || bottom <= top) return true;
+  cairo_rectangle_list_t* clip = s.call.cairo_copy_clip_rectangle_list(cr);
+  bool whole_clip = clip->status == CAIRO_STATUS_SUCCESS && clip->num_rectangles == 1 &&
+                    clip->rectangles[0].x <= left && clip->rectangles[0].y <= top &&
+                    clip->rectangles[0].x + clip->rectangles[0].width >= right &&
+                    clip->rectangles[0].y + clip->rectangles[0].height >= bottom;
+  s.call.cairo_rectangle_list_destroy(clip);
+  return whole_clip;
+}
+
+// The row converter of 24-bit DIB pixels to the surface's: blue, green, red
+// and a zero byte, which is then made opaque (cairo's own drawing of the
+// picture leaves 0xFF there).  A row goes through a small buffer that stays
+// in the cache, and from there to the surface, past the cache: a frame is
+// larger than the cache, and the next to read it is usually another device
+// or process.
+constexpr std::size_t kChunk = 512;  // pixels
+
+void opaque_copy_scalar(const uint8_t* from, uint8_t* to, std::size_t pixels) {
+  for (std::size_t i = 0; i < pixels; ++i) {
+    uint32_t v;
+    std::memcpy(&v, from + 4 * i, 4);
+    v |= 0xFF000000u;
+    std::memcpy(to + 4 * i, &v, 4);
+  }
+}
+#if PIX95_X86
+PIX95_SSE2 void opaque_copy_sse2(const uint8_t* from, uint8_t* to, std::size_t pixels) {
+  std::size_t i = 0;
+  const std::size_t head = std::min(pixels, ((16 - reinterpret_cast<uintptr_t>(to) % 16) % 16) / 4);
+  opaque_copy_scalar(from, to, head);
+  if (reinterpret_cast<uintptr_t>(to) % 4 == 0) {
+    const __m128i opaque = _mm_set1_epi32(static_cast<int>(0xFF000000u));
+    for (i = head; pixels - i >= 4; i += 4) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 4 * i));
+      _mm_stream_si128(reinterpret_cast<__m128i*>(to + 4 * i), _mm_or_si128(v, opaque));
+    }
+  } else {
+    i = head;
+  }
+  opaque_copy_scalar(from + 4 * i, to + 4 * i, pixels - i);
+}
+#endif
+
+#if PIX95_X86
+// The streamed stores are seen by everyone before anything after this.
+PIX95_SSE2 void streamed() { _mm_sfence(); }
+#endif
+
+void opaque_row(const uint8_t* src, uint8_t* dst, std::size_t pixels) {
+  using convert::kernels::Direct;
+  static const convert::kernels::DirectRow row = convert::kernels::direct_row(Direct::bgr24, Direct::bgrx32);
+#if PIX95_X86
+  static const auto copy = simd::active() >= simd::Level::sse2 ? opaque_copy_sse2 : opaque_copy_scalar;
+#else
+  constexpr auto copy = opaque_copy_scalar;
+#endif
+  alignas(64) uint8_t chunk[4 * kChunk];
+  for (std::size_t done = 0; done < pixels; done += kChunk) {
+    const std::size_t n = std::min(kChunk, pixels - done);
+    row(src + 3 * done, chunk, n, 0);
+    copy(chunk, dst + 4 * done, n);
+  }
+}
+
+// draw_dib's way without stretching on a straight target (see draw_dib):
+// each row converted from the DIB into the surface, cut to the surface.
+void convert_into(X11State& s, const Straight& to, const Dib& dib, const uint8_t* bits, uint32_t first_stored,
+                  uint32_t stored, int sx, int top, int w, int h, int x, int y) {
+  cairo_surface_t* target = to.target;
+  const int64_t width = s.call.cairo_image_surface_get_width(target), height = s.call.cairo_image_surface_get_height(target);
+  const int64_t px = int64_t{x} + to.dx, py = int64_t{y} + to.dy;  // the rectangle's pixel on the surface
+  const int64_t c0 = std::max<int64_t>(0, -px), c1 = std::min<int64_t>(w, width - px);
+  const int64_t r0 = std::max<int64_t>(0, -py), r1 = std::min<int64_t>(h, height - py);
+  if (c1 <= c0 || r1 <= r0) return;
+  s.call.cairo_surface_flush(target);
+  uint8_t* data = s.call.cairo_image_surface_get_data(target);
+  const auto pitch = static_cast<std::size_t>(s.call.cairo_image_surface_get_stride(target));
+  const int rows = std::abs(dib.height);
+  const auto count = static_cast<std::size_t>(c1 - c0);
+  for (int64_t r = r0; r < r1; ++r) {
+    uint8_t* dst = data + static_cast<std::size_t>(py + r) * pitch + static_cast<std::size_t>(px + c0) * 4;
+    const int64_t picture_row = top + r;
+    const int64_t storage_row = dib.height > 0 ? int64_t{rows} - 1 - picture_row : picture_row;
+    if (storage_row < first_stored || storage_row >= int64_t{first_stored} + stored) {
+      // A row the bits do not hold is drawn opaque black, as cairo draws it.
+      for (std::size_t i = 0; i < count; ++i) std::memcpy(dst + 4 * i, "\0\0\0\xFF", 4);
+      continue;
+    }
+    opaque_row(bits + static_cast<std::size_t>(storage_row - first_stored) * dib.stride +
+                   3 * static_cast<std::size_t>(sx + c0),
+               dst, count);
+  }
+#if PIX95_X86
+  if (simd::active() >= simd::Level::sse2) streamed();
+#endif
+  s.call.cairo_surface_mark_dirty_rectangle(target, static_cast<int>(px + c0), static_cast<int>(py + r0),
+                                            static_cast<int>(c1 - c0), static_cast<int>(r1 - r0));
+}
+
 // Draws the DIB rows top .. top + sh - 1 (counted from the picture's top),
 // columns sx .. sx + sw - 1, into dw x dh at x, y.  `bits` holds the stored
 // rows first_stored .. first_stored + stored - 1 (in storage order).
 bool draw_dib(X11State& s, cairo_t* cr, const Dib& dib, const uint8_t* bits, uint32_t first_stored, uint32_t stored,
               int sx, int top, int sw, int sh, int x, int y, int dw, int dh) {
   if (sw <= 0 || sh <= 0) return false;
+  Straight straight;
+  if (dib.bits == 24 && dw == sw && dh == sh && straight_target(s, cr, x, y, sw, sh, straight)) {
+    convert_into(s, straight, dib, bits, first_stored, stored, sx, top, sw, sh, x, y);
+    return true;
+  }
   const int rows = std::abs(dib.height);
   std::vector<uint32_t>& scratch = objects().scratch;
   scratch.assign(static_cast<std::size_t>(sw) * sh, 0xFF000000u);
@@ -330,6 +581,12 @@ void release_dc(PIX_HWND, PIX_HDC dc) {
   if (it == made.end()) return;  // the application's own context stays
   made.erase(it);
   flush(s, as_cairo(dc));
+  // What was drawn through the library's own connection is on the screen
+  // when the drawing call returns, as on a locked screen: another client
+  // asking for the window's pixels next must see it.
+  if (cairo_surface_t* target = s.call.cairo_get_target(as_cairo(dc)); is_xlib(s, target)) {
+    s.call.XSync(s.call.cairo_xlib_surface_get_display(target), False);
+  }
   s.call.cairo_destroy(as_cairo(dc));
 }
 
@@ -381,30 +638,58 @@ bool probe_masks(PIX_HDC dc, uint32_t& red, uint32_t& green, uint32_t& blue) {
   return false;
 }
 
+namespace {
+// The client origin of the window last placed, with the number the next
+// request would have had then: while nothing has been sent since, the
+// server's answer is still the latest there is and is not asked again (the
+// direct path places the window for its clip and, right after, for its
+// display rectangle).
+struct Placed {
+  Window window = 0;
+  unsigned long next_request = 0;
+  int x = 0, y = 0;
+};
+Placed g_placed;
+}  // namespace
+
+// The window's size and its place on the screen: two round trips, whose
+// replies carry any error of theirs (no XSync needed to see it).
 bool window_rect(PIX_HWND window, Rect& rect) {
   X11State* s = connect();
   if (s == nullptr) return false;
-  ErrorTrap trap(*s);
-  XWindowAttributes a{};
-  Window child = 0;
-  int x = 0, y = 0;
-  const bool ok = s->call.XGetWindowAttributes(s->display, to_window(window), &a) != 0 &&
-                  s->call.XTranslateCoordinates(s->display, to_window(window), a.root, 0, 0, &x, &y, &child) != 0;
-  if (trap.finish(s->display) != 0 || !ok) return false;
-  rect = {x, y, x + a.width, y + a.height};
+  ErrorTrap trap(*s, s->display);
+  Window root = 0, child = 0;
+  int gx = 0, gy = 0, x = 0, y = 0;
+  unsigned width = 0, height = 0, border = 0, depth = 0;
+  const bool ok =
+      s->call.XGetGeometry(s->display, to_window(window), &root, &gx, &gy, &width, &height, &border, &depth) != 0 &&
+      s->call.XTranslateCoordinates(s->display, to_window(window), root, 0, 0, &x, &y, &child) != 0;
+  if (trap.seen() != 0 || !ok) return false;
+  g_placed = {to_window(window), NextRequest(s->display), x, y};
+  rect = {x, y, x + static_cast<int32_t>(width), y + static_cast<int32_t>(height)};
   return true;
 }
 
+// One round trip when the window is on the first screen's root (a window on
+// another screen's is asked for its root first).
 bool client_to_screen(PIX_HWND window, int32_t& x, int32_t& y) {
   X11State* s = connect();
   if (s == nullptr) return false;
-  ErrorTrap trap(*s);
-  XWindowAttributes a{};
-  Window child = 0;
+  if (g_placed.window == to_window(window) && g_placed.next_request == NextRequest(s->display)) {
+    x += g_placed.x, y += g_placed.y;
+    return true;
+  }
+  ErrorTrap trap(*s, s->display);
+  Window root = s->call.XRootWindow(s->display, s->call.XDefaultScreen(s->display)), child = 0;
   int sx = 0, sy = 0;
-  const bool ok = s->call.XGetWindowAttributes(s->display, to_window(window), &a) != 0 &&
-                  s->call.XTranslateCoordinates(s->display, to_window(window), a.root, x, y, &sx, &sy, &child) != 0;
-  if (trap.finish(s->display) != 0 || !ok) return false;
+  bool ok = s->call.XTranslateCoordinates(s->display, to_window(window), root, x, y, &sx, &sy, &child) != 0;
+  if (!ok && trap.seen() == 0 && ScreenCount(s->display) > 1) {
+    int gx = 0, gy = 0;
+    unsigned w = 0, h = 0, border = 0, depth = 0;
+    ok = s->call.XGetGeometry(s->display, to_window(window), &root, &gx, &gy, &w, &h, &border, &depth) != 0 &&
+         s->call.XTranslateCoordinates(s->display, to_window(window), root, x, y, &sx, &sy, &child) != 0;
+  }
+  if (trap.seen() != 0 || !ok) return false;
   x = sx, y = sy;
   return true;
 }
@@ -504,6 +789,61 @@ Object select_object(PIX_HDC dc, Object object) {
   return std::exchange(memory->selected, object);
 }
 
+namespace {
+// An application's connection may close while the spare shared image
+// lies on it: what the library keeps of it is dropped then.
+int forget_display(Display* display, XExtCodes*) {
+  auto& o = objects();
+  if (o.spare != nullptr && o.spare->display == display) {
+    shmdt(o.spare->segment.shmaddr);
+    o.spare->image->data = nullptr;
+    XDestroyImage(o.spare->image);
+    o.spare.reset();
+  }
+  std::erase(o.no_shared, display);
+  std::erase(o.watched, display);
+  return 0;
+}
+void watch_closing(X11State& s, Display* display) {
+  auto& o = objects();
+  if (display == s.display || std::find(o.watched.begin(), o.watched.end(), display) != o.watched.end()) return;
+  if (XExtCodes* codes = s.call.XAddExtension(display)) {
+    s.call.XESetCloseDisplay(display, codes->extension, forget_display);
+    o.watched.push_back(display);
+  }
+}
+
+// The pixmap's shared image: the spare one when it fits, else a new one;
+// null when the server cannot share memory with this process or lays its
+// pixels out otherwise than the bits given (least significant byte first).
+Shared* shared_for(X11State& s, Bitmap& bitmap) {
+  if (bitmap.shared != nullptr) return bitmap.shared.get();
+  auto& o = objects();
+  Display* display = bitmap.display;
+  if (std::find(o.no_shared.begin(), o.no_shared.end(), display) != o.no_shared.end()) return nullptr;
+  if (o.spare != nullptr && o.spare->display == display && o.spare->depth == bitmap.depth &&
+      o.spare->image->width == bitmap.width && o.spare->image->height == bitmap.height) {
+    bitmap.shared = std::move(o.spare);
+    return bitmap.shared.get();
+  }
+  watch_closing(s, display);
+  auto sh = std::make_unique<Shared>();
+  std::string message;
+  if (s.call.XShmQueryExtension(display) == False ||
+      !make_shared(s, display, bitmap.visual, bitmap.depth, bitmap.width, bitmap.height, *sh, message)) {
+    o.no_shared.push_back(display);
+    return nullptr;
+  }
+  if (sh->image->byte_order != LSBFirst || sh->image->bits_per_pixel != bitmap.bits_per_pixel) {
+    free_shared(s, *sh);
+    o.no_shared.push_back(display);
+    return nullptr;
+  }
+  bitmap.shared = std::move(sh);
+  return bitmap.shared.get();
+}
+}  // namespace
+
 int32_t set_bitmap_bits(Object object, uint32_t bytes, const void* bits) {
   X11State& s = x11_state();
   Bitmap* bitmap = find(objects().bitmaps, object);
@@ -512,7 +852,23 @@ int32_t set_bitmap_bits(Object object, uint32_t bytes, const void* bits) {
   const std::size_t stride = (static_cast<std::size_t>(bitmap->width) * bitmap->bits_per_pixel / 8 + 1) & ~std::size_t{1};
   const int rows = static_cast<int>(std::min<std::size_t>(bytes / stride, static_cast<std::size_t>(bitmap->height)));
   if (rows == 0) return 0;
-  if (bitmap->display != nullptr) {
+  if (bitmap->display != nullptr && shared_for(s, *bitmap) != nullptr) {
+    // Through shared memory: the rows copied into the segment, one request.
+    Shared& sh = *bitmap->shared;
+    settle(s, sh);
+    const auto* from = static_cast<const uint8_t*>(bits);
+    auto* to = reinterpret_cast<uint8_t*>(sh.image->data);
+    const std::size_t pitch = static_cast<std::size_t>(sh.image->bytes_per_line);
+    if (pitch == stride) {
+      std::memcpy(to, from, stride * static_cast<std::size_t>(rows));
+    } else {
+      const std::size_t row_bytes = static_cast<std::size_t>(bitmap->width) * bitmap->bits_per_pixel / 8;
+      for (int r = 0; r < rows; ++r) std::memcpy(to + r * pitch, from + r * stride, row_bytes);
+    }
+    s.call.cairo_surface_flush(bitmap->surface);
+    put_shared(s, sh, bitmap->pixmap, 0, 0, 0, 0, bitmap->width, rows);
+    s.call.cairo_surface_mark_dirty(bitmap->surface);
+  } else if (bitmap->display != nullptr) {
     XImage image{};
     image.width = bitmap->width, image.height = rows, image.format = ZPixmap;
     image.data = static_cast<char*>(const_cast<void*>(bits));
@@ -569,6 +925,16 @@ void delete_object(Object object) {
   X11State& s = x11_state();
   s.call.cairo_surface_destroy(bitmap->surface);
   if (bitmap->pixmap != 0) s.call.XFreePixmap(bitmap->display, bitmap->pixmap);
+  if (bitmap->shared != nullptr) {
+    auto& o = objects();
+    Display* display = bitmap->display;
+    if (display != s.display && std::find(o.watched.begin(), o.watched.end(), display) == o.watched.end()) {
+      free_shared(s, *bitmap->shared);
+    } else {
+      if (o.spare != nullptr) free_shared(s, *o.spare);
+      o.spare = std::move(bitmap->shared);
+    }
+  }
   drop(objects().bitmaps, object);
 }
 
@@ -580,13 +946,13 @@ void delete_dc(PIX_HDC dc) {
 }
 
 // --- the direct path: an MIT-SHM image of the screen's size, put to the window -----------
+// A strip costs three round trips: the two queries of the clip (the
+// window's size and place) and the put waited for.
 
 namespace {
 struct DirectImage {
   Window window = 0;
-  XShmSegmentInfo segment{};
-  XImage* image = nullptr;
-  GC gc = nullptr;
+  Shared shared;
   int origin_x = 0, origin_y = 0;  // the window's client origin on the screen at the last clip
 };
 
@@ -597,61 +963,19 @@ std::string x_failure(X11State& s, const char* call, int code) {
   return std::string(call) + " call 1 - " + trap.text(s.display, code);
 }
 
-void free_image(X11State& s, DirectImage& d) {
-  if (d.image == nullptr) return;
-  s.call.XShmDetach(s.display, &d.segment);
-  s.call.XSync(s.display, False);
-  shmdt(d.segment.shmaddr);
-  d.image->data = nullptr;
-  XDestroyImage(d.image);
-  d.image = nullptr;
-}
-
 // Makes the shared image on first use.
 bool make_image(X11State& s, DirectImage& d, std::string& message) {
-  if (d.image != nullptr) return true;
+  if (d.shared.image != nullptr) return true;
   if (!s.shm) {
     message = "XShmQueryExtension call 1 - the X server offers no MIT-SHM to this process";
     return false;
   }
   const int screen = s.call.XDefaultScreen(s.display);
-  const int width = s.call.XDisplayWidth(s.display, screen), height = s.call.XDisplayHeight(s.display, screen);
-  d.image = s.call.XShmCreateImage(s.display, s.call.XDefaultVisual(s.display, screen),
-                                   static_cast<unsigned>(s.call.XDefaultDepth(s.display, screen)), ZPixmap, nullptr,
-                                   &d.segment, static_cast<unsigned>(width), static_cast<unsigned>(height));
-  if (d.image == nullptr) {
-    message = "XShmCreateImage call 1 - no image";
-    return false;
-  }
-  d.segment.shmid = shmget(IPC_PRIVATE, static_cast<std::size_t>(d.image->bytes_per_line) * height, IPC_CREAT | 0600);
-  void* address = d.segment.shmid < 0 ? reinterpret_cast<void*>(-1) : shmat(d.segment.shmid, nullptr, 0);
-  if (address == reinterpret_cast<void*>(-1)) {
-    if (d.segment.shmid >= 0) shmctl(d.segment.shmid, IPC_RMID, nullptr);
-    XDestroyImage(d.image);
-    d.image = nullptr;
-    message = std::string("shmget call 1 - ") + std::strerror(errno);
-    return false;
-  }
-  d.segment.shmaddr = d.image->data = static_cast<char*>(address);
-  d.segment.readOnly = False;
-  int error = 0;
-  {
-    ErrorTrap trap(s);
-    s.call.XShmAttach(s.display, &d.segment);
-    error = trap.finish(s.display);
-  }
-  // Gone from the system once both sides let go.
-  shmctl(d.segment.shmid, IPC_RMID, nullptr);
-  if (error != 0) {
-    shmdt(d.segment.shmaddr);
-    d.image->data = nullptr;
-    XDestroyImage(d.image);
-    d.image = nullptr;
-    message = x_failure(s, "XShmAttach", error);
-    return false;
-  }
-  return true;
+  return make_shared(s, s.display, s.call.XDefaultVisual(s.display, screen), s.call.XDefaultDepth(s.display, screen),
+                     s.call.XDisplayWidth(s.display, screen), s.call.XDisplayHeight(s.display, screen), d.shared,
+                     message);
 }
+
 }  // namespace
 
 bool direct_create(PIX_HWND window, DirectObjects& o, std::string& message) {
@@ -670,8 +994,7 @@ void direct_release(DirectObjects& o) {
   if (d != nullptr) {
     X11State& s = x11_state();
     if (s.display != nullptr) {
-      free_image(s, *d);
-      if (d->gc != nullptr) s.call.XFreeGC(s.display, d->gc);
+      free_shared(s, d->shared);
     }
     drop(objects().direct, d);
   }
@@ -706,15 +1029,15 @@ bool direct_clip(DirectObjects& o, Rect& clip, std::string& message) {
     return false;
   }
   d->origin_x = r.left, d->origin_y = r.top;
-  clip = {std::max(r.left, 0), std::max(r.top, 0), std::min(r.right, d->image->width),
-          std::min(r.bottom, d->image->height)};
+  const XImage* image = d->shared.image;
+  clip = {std::max(r.left, 0), std::max(r.top, 0), std::min(r.right, image->width), std::min(r.bottom, image->height)};
   return true;
 }
 
 bool direct_lock(DirectObjects& o, const Rect& rect, uint8_t*& bits, int32_t& pitch, std::string& message) {
   DirectImage* d = direct_of(o);
   if (d == nullptr || !direct_restore(o, message)) return false;
-  XImage* image = d->image;
+  XImage* image = d->shared.image;
   if (rect.left < 0 || rect.top < 0 || rect.right > image->width || rect.bottom > image->height ||
       rect.right < rect.left || rect.bottom < rect.top) {
     message = "XShmPutImage call 1 - rectangle outside the screen";
@@ -729,22 +1052,22 @@ bool direct_lock(DirectObjects& o, const Rect& rect, uint8_t*& bits, int32_t& pi
 bool direct_unlock(DirectObjects& o, const Rect& rect, std::string& message) {
   DirectImage* d = direct_of(o);
   X11State& s = x11_state();
-  if (d == nullptr || d->image == nullptr || s.display == nullptr) {
+  if (d == nullptr || d->shared.image == nullptr || s.display == nullptr) {
     message = "XShmPutImage call 1 - nothing locked";
     return false;
   }
   if (rect.right <= rect.left || rect.bottom <= rect.top) return true;
-  ErrorTrap trap(s);
-  if (d->gc == nullptr) d->gc = s.call.XCreateGC(s.display, d->window, 0, nullptr);
-  s.call.XShmPutImage(s.display, d->window, d->gc, d->image, rect.left, rect.top, rect.left - d->origin_x,
-                      rect.top - d->origin_y, static_cast<unsigned>(rect.right - rect.left),
-                      static_cast<unsigned>(rect.bottom - rect.top), False);
-  // The server has read the segment once the round trip is back: the next
-  // frame may overwrite it.
+  // Waited for: as with a locked screen, the lines are on the screen when
+  // the call returns (another client's screenshot must see them), and a
+  // failure is this frame's.
+  ErrorTrap trap(s, s.display);
+  put_shared(s, d->shared, d->window, rect.left, rect.top, rect.left - d->origin_x, rect.top - d->origin_y,
+             rect.right - rect.left, rect.bottom - rect.top);
   if (const int error = trap.finish(s.display); error != 0) {
     message = x_failure(s, "XShmPutImage", error);
     return false;
   }
+  d->shared.put_pending = false;
   return true;
 }
 

@@ -32,7 +32,7 @@ inline constexpr uint32_t kUnavailable = 0x10530000;  // (System call failed)
   X(XGetWindowAttributes) X(XTranslateCoordinates) X(XDefaultScreen) X(XDefaultVisual) X(XDefaultDepth)       \
   X(XRootWindow) X(XDisplayWidth) X(XDisplayHeight) X(XListPixmapFormats) X(XFree) X(XCreatePixmap)          \
   X(XFreePixmap) X(XCreateGC) X(XFreeGC) X(XPutImage) X(XInitImage) X(XCopyArea) X(XGetImage)        \
-  X(XCreateSimpleWindow) X(XMapWindow) X(XDestroyWindow) X(XBlackPixel)
+  X(XCreateSimpleWindow) X(XMapWindow) X(XDestroyWindow) X(XBlackPixel) X(XGetGeometry) X(XAddExtension)
 #define PIX95_XEXT_CALLS(X) \
   X(XShmQueryExtension) X(XShmCreateImage) X(XShmAttach) X(XShmDetach) X(XShmPutImage) X(XShmGetImage)
 #define PIX95_CAIRO_CALLS(X)                                                                                  \
@@ -45,7 +45,9 @@ inline constexpr uint32_t kUnavailable = 0x10530000;  // (System call failed)
   X(cairo_image_surface_get_height) X(cairo_image_surface_get_stride) X(cairo_xlib_surface_create)           \
   X(cairo_xlib_surface_get_display) X(cairo_xlib_surface_get_drawable) X(cairo_xlib_surface_get_screen)      \
   X(cairo_xlib_surface_get_visual) X(cairo_xlib_surface_get_depth) X(cairo_xlib_surface_get_width)           \
-  X(cairo_xlib_surface_get_height) X(cairo_image_surface_create) X(cairo_set_source_rgb) X(cairo_paint) X(cairo_surface_reference)
+  X(cairo_xlib_surface_get_height) X(cairo_image_surface_create) X(cairo_set_source_rgb) X(cairo_paint) X(cairo_surface_reference) \
+  X(cairo_get_matrix) X(cairo_get_group_target) X(cairo_copy_clip_rectangle_list) X(cairo_rectangle_list_destroy)    \
+  X(cairo_surface_get_device_offset) X(cairo_surface_get_device_scale)
 
 // The loaded entry points, named as the libraries name them.
 struct Calls {
@@ -54,6 +56,9 @@ struct Calls {
   PIX95_XEXT_CALLS(PIX95_X11_POINTER)
   PIX95_CAIRO_CALLS(PIX95_X11_POINTER)
 #undef PIX95_X11_POINTER
+  // Declared by Xlib's internal header only.
+  using CloseHook = int (*)(Display*, XExtCodes*);
+  CloseHook (*XESetCloseDisplay)(Display*, int, CloseHook) = nullptr;
 };
 
 // The library names tried, in order (a test may point them elsewhere before
@@ -87,15 +92,20 @@ X11State* xlib_ready();
 X11State* connect();
 
 // Runs X requests with the process's error handler replaced by one that
-// records the first error instead of ending the program; gives the error
-// code (0 for none) after a round trip.
+// records the first error instead of ending the program.  Given the
+// display, the trap counts only errors of the requests made while it is set
+// (told by their request numbers): an earlier request's error that arrives
+// meanwhile is swallowed, not blamed on them.
 class ErrorTrap {
  public:
-  explicit ErrorTrap(X11State& s);
+  explicit ErrorTrap(X11State& s, Display* display = nullptr);
   ~ErrorTrap();
   ErrorTrap(const ErrorTrap&) = delete;
   ErrorTrap& operator=(const ErrorTrap&) = delete;
   int finish(Display* display);  // XSync, then the first error's code
+  // The first error of the trap's own requests read so far, without a round
+  // trip (a request with a reply has its error read with the reply).
+  int seen() const;
   std::string text(Display* display, int code) const;
 
  private:

@@ -54,13 +54,12 @@ uint32_t draw_strip(Display& d, const Image& img, uint32_t first) {
   backend::Rect clip;
   if (!backend::direct_clip(d.direct, clip, message)) return fail(message);
   bool visible = false;
-  if (uint32_t r = calculate_display_rect(d, clip, visible); is_error(r)) return r;
+  int32_t origin_x = 0, origin_y = 0;
+  if (uint32_t r = calculate_display_rect(d, clip, visible, origin_x, origin_y); is_error(r)) return r;
   if (!visible) return 0;
 
   // The image's top-left corner on the screen, and the lines of this strip
   // that fall inside the visible rectangle.
-  int32_t origin_x = 0, origin_y = 0;
-  backend::client_to_screen(d.window, origin_x, origin_y);
   const int64_t left = int64_t(d.roi_left) + origin_x, top = int64_t(d.roi_top) + origin_y;
   const unsigned selection = field_selection(img);
   const uint32_t step = selection == 0 ? 1 : 2;
@@ -96,6 +95,11 @@ namespace pix::display {
 
 uint32_t calculate_display_rect(Display& d, backend::Rect& clip, bool& visible) {
   int32_t x = 0, y = 0;
+  return calculate_display_rect(d, clip, visible, x, y);
+}
+
+uint32_t calculate_display_rect(Display& d, backend::Rect& clip, bool& visible, int32_t& x, int32_t& y) {
+  x = 0, y = 0;
   if (!backend::client_to_screen(d.window, x, y)) {
     return report(kRect, code::internal, "Failed 'ClientToScreen' - hWnd valid?");
   }

@@ -69,6 +69,8 @@ uint32_t draw_direct(uint32_t display, uint32_t image, uint16_t command);
 // window's client origin on the screen, intersected with `clip`, which it
 // replaces when the intersection is not empty.
 uint32_t calculate_display_rect(Display& d, backend::Rect& clip, bool& visible);
+// The same, handing back the window's client origin on the screen it used.
+uint32_t calculate_display_rect(Display& d, backend::Rect& clip, bool& visible, int32_t& origin_x, int32_t& origin_y);
 
 // The direct path's line copier: `count` destination lines from line number
 // `n` on, `bytes` a line; field selection 1 skips odd line numbers and 2

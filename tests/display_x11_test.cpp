@@ -1,6 +1,7 @@
 // The Linux display for real: windows on an X server (the test runs under
 // xvfb-run) read back with XGetImage, cairo image surfaces as device
 // contexts, the MIT-SHM path; and, with no DISPLAY, the stated failure.
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <vector>
@@ -133,9 +134,55 @@ TEST_F(X11Backend, DibAndBitmapOnImageSurfacesAndWindows) {
     expect_drawn(after, 2 * w, 2 * h, 0, 0, w, h, 2 * w, 2 * h, 0);
     expect_drawn([&](int x, int y) { return after(x + 60, y + 50); }, w, h, 0, 0, w, h, w, h, 0);
     EXPECT_EQ(b::select_object(memory, stock), bitmap);
+    b::delete_object(bitmap);
+    // The next bitmap of that size (on a window: through the shared image the
+    // last one left) with other bits, mirrored.
+    bitmap = b::create_compatible_bitmap(dc, w, h);
+    b::select_object(memory, bitmap);
+    std::reverse(rows.begin(), rows.end());
+    EXPECT_EQ(b::set_bitmap_bits(bitmap, 4u * w * h, rows.data()), 4 * w * h);
+    EXPECT_TRUE(b::stretch_blt(dc, w, h, -w, -h, memory, 0, 0, w, h));
+    expect_drawn(read(), w, h, 0, 0, w, h, w, h, 0);
+    b::select_object(memory, stock);
     b::delete_object(bitmap), b::delete_dc(memory);
     if (!image) b::release_dc(window.handle(), dc);
   }
+}
+
+// A DIB put at its own size into an image surface's pixels: at the
+// surface's edges, through the context's translation, from a column and a
+// band of rows of the picture, some of them not among the rows given
+// (drawn black); every byte of the surface checked, alpha included.
+TEST_F(X11Backend, DibIntoImageSurfacePixels) {
+  const int w = 24, h = 18, sx = 4, band = 12, first = 8;  // rows stored from storage row `first` on
+  const auto dib = make_dib(w, h);
+  const int stride = (w * 3 + 3) & ~3;
+  const struct {
+    int tx, ty, x, y;
+  } cases[] = {{0, 0, 5, 7}, {0, 0, 90, 70}, {-10, -5, 5, 2}, {3, 4, -10, -12}, {0, 0, 200, 10}};
+  for (cairo_format_t format : {CAIRO_FORMAT_RGB24, CAIRO_FORMAT_ARGB32})
+    for (const auto& c : cases) {
+      SCOPED_TRACE(testing::Message() << format << " " << c.tx << "," << c.ty << " " << c.x << "," << c.y);
+      ImageDc image(100, 80, format);
+      const Pixel before = image.reader();
+      const uint32_t background = before(0, 0);
+      image.s.call.cairo_translate(image.cr, c.tx, c.ty);
+      EXPECT_EQ(b::set_dib_to_device(image.cr, c.x, c.y, w - sx, band, sx, h - band, first, h - first,
+                                     dib.data() + 40 + std::size_t(first) * stride, dib.data()),
+                h - first);
+      const Pixel read = image.reader();
+      int wrong = 0;
+      for (int py = 0; py < 80; ++py)
+        for (int px = 0; px < 100; ++px) {
+          const int col = px - c.tx - c.x, row = py - c.ty - c.y;  // in the drawn band
+          uint32_t want = background;
+          if (col >= 0 && col < w - sx && row >= 0 && row < band)
+            want = 0xFF000000u | (h - 1 - row >= first ? picture(sx + col, row) : 0);
+          if (read(px, py) != want && ++wrong <= 3)
+            ADD_FAILURE() << "pixel " << px << "," << py << ": " << std::hex << read(px, py) << " want " << want;
+        }
+      EXPECT_EQ(wrong, 0);
+    }
 }
 
 TEST_F(X11Backend, WindowFactsAndTheSharedMemoryPath) {
