@@ -9,6 +9,7 @@
 
 #include "core/image.h"
 #include "core/stage.h"
+#include "core/stream_copy.h"
 #include "core/status.h"
 #include "display.h"
 
@@ -117,11 +118,18 @@ uint32_t calculate_display_rect(Display& d, backend::Rect& clip, bool& visible, 
 
 void copy_lines(const uint8_t* src, std::ptrdiff_t src_pitch, uint8_t* dst, std::ptrdiff_t dst_pitch, uint32_t count,
                 uint32_t n, std::size_t bytes, unsigned field_selection) noexcept {
+  // A whole frame goes past the caches: the display server reads it next.
+  const bool stream = std::size_t{count} * bytes >= kStreamingBytes;
   for (uint32_t i = 0; i < count; ++i, ++n, dst += dst_pitch) {
     if ((field_selection == 1 && n % 2 == 1) || (field_selection == 2 && n % 2 == 0)) continue;
-    std::memcpy(dst, src, bytes);
+    if (stream) {
+      copy_streamed(src, dst, bytes);
+    } else {
+      std::memcpy(dst, src, bytes);
+    }
     src += src_pitch;
   }
+  if (stream) end_streaming();
 }
 
 uint32_t draw_direct(uint32_t display, uint32_t image, uint16_t command) {
