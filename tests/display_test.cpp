@@ -107,6 +107,19 @@ TEST_F(Display, LineCopierSkipsTheOtherFieldsLines) {
     pix::display::copy_lines(src.data(), 1, dst.data(), 1, c.selection == 0 ? 6 : 8, 3, 1, c.selection);
     EXPECT_EQ(dst, c.expected) << c.selection;
   }
+  // A frame large enough to be streamed: lines of odd length at odd places.
+  constexpr std::size_t kBytes = 1001, kLines = 1100, kPitch = 1024;
+  std::vector<uint8_t> big(kLines * kPitch), out(kLines * kPitch + 3), expected(out.size());
+  for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<uint8_t>(i * 131 + i / 977);
+  for (unsigned selection : {0u, 2u}) {
+    std::fill(out.begin(), out.end(), 0), std::fill(expected.begin(), expected.end(), 0);
+    for (std::size_t n = 0, from = 0; n < kLines; ++n) {
+      if (selection == 2 && n % 2 == 0) continue;
+      std::copy_n(big.begin() + std::ptrdiff_t(from++ * kPitch), kBytes, expected.begin() + std::ptrdiff_t(3 + n * kPitch));
+    }
+    pix::display::copy_lines(big.data(), kPitch, out.data() + 3, kPitch, kLines, 0, kBytes, selection);
+    EXPECT_TRUE(out == expected) << selection;
+  }
 }
 
 }  // namespace
