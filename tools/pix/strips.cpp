@@ -34,6 +34,9 @@ Source::~Source() {
 
 uint32_t Source::next() {
   if (jpeg_) return jpeg_->next(image_) ? param(image_, PIX_LINES_THIS_STRIP) : 0;
+  // The reader ends its run at the last strip: another read would open the
+  // file again from the top.
+  if (started_ && done_ >= height_) return 0;
   started_ = true;
   check(PIX_image_read(image_, 0, PIX_STRIP_NEXT), "reading");
   height_ = param(image_, PIX_IMAGE_HEIGHT);
