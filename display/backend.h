@@ -89,10 +89,15 @@ void direct_release(DirectObjects& objects);
 uint32_t direct_caps(const DirectObjects& objects);
 // Restores a lost primary surface.
 bool direct_restore(DirectObjects& objects, std::string& message);
-// The bounding rectangle of the clipper's clip list (screen coordinates),
+// The bounding rectangle of the clipper's clip list (surface coordinates),
 // asking first for the list's size and then for the list.
 bool direct_clip(DirectObjects& objects, Rect& clip, std::string& message);
-// Locks the primary surface over `rect` (screen coordinates): `bits` points
+// Turns a point of the window's client area into the direct surface's
+// coordinates: the screen's (ClientToScreen) where the surface is the screen
+// (DirectDraw), unchanged where the surface is the window's own (X11: the
+// server clips a put to the window, so no question needs asking).
+bool direct_origin(const DirectObjects& objects, PIX_HWND window, int32_t& x, int32_t& y);
+// Locks the primary surface over `rect` (surface coordinates): `bits` points
 // at the rectangle's top-left pixel, `pitch` is the surface's line step.
 bool direct_lock(DirectObjects& objects, const Rect& rect, uint8_t*& bits, int32_t& pitch, std::string& message);
 // Unlocks (and on Linux presents) what was locked.

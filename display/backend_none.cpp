@@ -44,6 +44,7 @@ bool direct_clip(DirectObjects&, Rect&, std::string& message) {
   message = "No window system in this build of the library";
   return false;
 }
+bool direct_origin(const DirectObjects&, PIX_HWND, int32_t&, int32_t&) { return false; }
 bool direct_lock(DirectObjects&, const Rect&, uint8_t*&, int32_t&, std::string& message) {
   message = "No window system in this build of the library";
   return false;

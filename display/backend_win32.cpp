@@ -282,6 +282,10 @@ bool direct_restore(DirectObjects& objects, std::string& message) {
   return true;
 }
 
+bool direct_origin(const DirectObjects&, PIX_HWND window, int32_t& x, int32_t& y) {
+  return client_to_screen(window, x, y);
+}
+
 bool direct_clip(DirectObjects& objects, Rect& clip, std::string& message) {
   IDirectDrawClipper* clipper = clipper_of(objects);
   if (clipper == nullptr) return fail(message, "IDirectDrawClipper_GetClipList", 1, DDERR_NOCLIPPERATTACHED);

@@ -8,6 +8,7 @@
 #include <sys/shm.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -69,6 +70,27 @@ bool load_x11(X11State& s) {
 }
 #undef PIX95_X11_BIND
 
+// Xlib's XCB side, when it is there (nothing is lost without it: the
+// window's size and place then take a round trip each).
+void load_xcb(X11State& s) {
+  s.x11_xcb = dlopen("libX11-xcb.so.1", RTLD_NOW | RTLD_LOCAL);
+  s.xcb = dlopen("libxcb.so.1", RTLD_NOW | RTLD_LOCAL);
+  if (s.x11_xcb == nullptr || s.xcb == nullptr) return;
+  XcbCalls c;
+  c.XGetXCBConnection = reinterpret_cast<decltype(c.XGetXCBConnection)>(dlsym(s.x11_xcb, "XGetXCBConnection"));
+  c.xcb_get_geometry = reinterpret_cast<decltype(c.xcb_get_geometry)>(dlsym(s.xcb, "xcb_get_geometry"));
+  c.xcb_get_geometry_reply =
+      reinterpret_cast<decltype(c.xcb_get_geometry_reply)>(dlsym(s.xcb, "xcb_get_geometry_reply"));
+  c.xcb_translate_coordinates =
+      reinterpret_cast<decltype(c.xcb_translate_coordinates)>(dlsym(s.xcb, "xcb_translate_coordinates"));
+  c.xcb_translate_coordinates_reply =
+      reinterpret_cast<decltype(c.xcb_translate_coordinates_reply)>(dlsym(s.xcb, "xcb_translate_coordinates_reply"));
+  if (c.XGetXCBConnection && c.xcb_get_geometry && c.xcb_get_geometry_reply && c.xcb_translate_coordinates &&
+      c.xcb_translate_coordinates_reply) {
+    s.xcb_call = c;
+  }
+}
+
 // The first error seen by the trap (only one trap runs at a time), and the
 // first request number that is the trap's own.
 int g_trapped = 0;
@@ -108,6 +130,7 @@ X11State* connect() {
     s.message = std::string("cannot open X display '") + name + "'";
   } else {
     s.shm = s.call.XShmQueryExtension(s.display) != False;
+    load_xcb(s);
   }
   return s.display != nullptr ? &s : nullptr;
 }
@@ -654,9 +677,37 @@ Placed g_placed;
 
 // The window's size and its place on the screen: two round trips, whose
 // replies carry any error of theirs (no XSync needed to see it).
+namespace {
+// Both questions sent before either answer is read: one round trip.  False
+// when XCB is not there or the window is not on the first screen's root
+// (the caller asks through Xlib then).
+bool window_rect_xcb(X11State& s, Window w, Rect& rect) {
+  const XcbCalls& c = s.xcb_call;
+  if (c.XGetXCBConnection == nullptr) return false;
+  xcb_connection_t* x = c.XGetXCBConnection(s.display);
+  const Window root = s.call.XRootWindow(s.display, s.call.XDefaultScreen(s.display));
+  const auto geometry = c.xcb_get_geometry(x, static_cast<xcb_drawable_t>(w));
+  const auto place = c.xcb_translate_coordinates(x, static_cast<xcb_window_t>(w), static_cast<xcb_window_t>(root), 0, 0);
+  xcb_generic_error_t* geometry_error = nullptr;
+  xcb_generic_error_t* place_error = nullptr;
+  xcb_get_geometry_reply_t* g = c.xcb_get_geometry_reply(x, geometry, &geometry_error);
+  xcb_translate_coordinates_reply_t* t = c.xcb_translate_coordinates_reply(x, place, &place_error);
+  const bool ok = g != nullptr && t != nullptr && g->root == root && t->same_screen != 0;
+  if (ok) {
+    rect = {t->dst_x, t->dst_y, t->dst_x + int32_t{g->width}, t->dst_y + int32_t{g->height}};
+    g_placed = {w, NextRequest(s.display), t->dst_x, t->dst_y};
+  }
+  const bool failed = geometry_error != nullptr || place_error != nullptr;
+  std::free(g), std::free(t), std::free(geometry_error), std::free(place_error);
+  if (failed) rect = {}, g_placed = {};
+  return ok || failed;  // a bad window is an answer too
+}
+}  // namespace
+
 bool window_rect(PIX_HWND window, Rect& rect) {
   X11State* s = connect();
   if (s == nullptr) return false;
+  if (window_rect_xcb(*s, to_window(window), rect)) return g_placed.window == to_window(window);
   ErrorTrap trap(*s, s->display);
   Window root = 0, child = 0;
   int gx = 0, gy = 0, x = 0, y = 0;
@@ -946,14 +997,13 @@ void delete_dc(PIX_HDC dc) {
 }
 
 // --- the direct path: an MIT-SHM image of the screen's size, put to the window -----------
-// A strip costs three round trips: the two queries of the clip (the
-// window's size and place) and the put waited for.
+// The segment is addressed in the window's own coordinates: a strip costs
+// one round trip, the put waited for.
 
 namespace {
 struct DirectImage {
   Window window = 0;
   Shared shared;
-  int origin_x = 0, origin_y = 0;  // the window's client origin on the screen at the last clip
 };
 
 DirectImage* direct_of(DirectObjects& o) { return find(objects().direct, o.object); }
@@ -1020,19 +1070,17 @@ bool direct_restore(DirectObjects& o, std::string& message) {
 bool direct_clip(DirectObjects& o, Rect& clip, std::string& message) {
   DirectImage* d = direct_of(o);
   if (d == nullptr || !direct_restore(o, message)) {
-    if (message.empty()) message = "XGetWindowAttributes call 1 - no direct object";
+    if (message.empty()) message = "XShmPutImage call 1 - no direct object";
     return false;
   }
-  Rect r;
-  if (!window_rect(to_handle(d->window), r)) {
-    message = "XGetWindowAttributes call 1 - BadWindow";
-    return false;
-  }
-  d->origin_x = r.left, d->origin_y = r.top;
-  const XImage* image = d->shared.image;
-  clip = {std::max(r.left, 0), std::max(r.top, 0), std::min(r.right, image->width), std::min(r.bottom, image->height)};
+  // The surface is the window's own: the server clips each put to the
+  // window (and to what covers it), so the whole segment is the clip and no
+  // round trip asks where the window is.
+  clip = {0, 0, d->shared.image->width, d->shared.image->height};
   return true;
 }
+
+bool direct_origin(const DirectObjects&, PIX_HWND, int32_t&, int32_t&) { return true; }
 
 bool direct_lock(DirectObjects& o, const Rect& rect, uint8_t*& bits, int32_t& pitch, std::string& message) {
   DirectImage* d = direct_of(o);
@@ -1061,8 +1109,8 @@ bool direct_unlock(DirectObjects& o, const Rect& rect, std::string& message) {
   // the call returns (another client's screenshot must see them), and a
   // failure is this frame's.
   ErrorTrap trap(s, s.display);
-  put_shared(s, d->shared, d->window, rect.left, rect.top, rect.left - d->origin_x, rect.top - d->origin_y,
-             rect.right - rect.left, rect.bottom - rect.top);
+  put_shared(s, d->shared, d->window, rect.left, rect.top, rect.left, rect.top, rect.right - rect.left,
+             rect.bottom - rect.top);
   if (const int error = trap.finish(s.display); error != 0) {
     message = x_failure(s, "XShmPutImage", error);
     return false;

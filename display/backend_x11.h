@@ -14,6 +14,7 @@
 #include <X11/extensions/XShm.h>
 #include <cairo/cairo-xlib.h>
 #include <cairo/cairo.h>
+#include <xcb/xproto.h>
 
 #include <cstdint>
 #include <string>
@@ -61,6 +62,19 @@ struct Calls {
   CloseHook (*XESetCloseDisplay)(Display*, int, CloseHook) = nullptr;
 };
 
+// Optional: Xlib's XCB side, to ask two questions in one round trip.
+struct XcbCalls {
+  xcb_connection_t* (*XGetXCBConnection)(Display*) = nullptr;
+  xcb_get_geometry_cookie_t (*xcb_get_geometry)(xcb_connection_t*, xcb_drawable_t) = nullptr;
+  xcb_get_geometry_reply_t* (*xcb_get_geometry_reply)(xcb_connection_t*, xcb_get_geometry_cookie_t,
+                                                       xcb_generic_error_t**) = nullptr;
+  xcb_translate_coordinates_cookie_t (*xcb_translate_coordinates)(xcb_connection_t*, xcb_window_t, xcb_window_t,
+                                                                  int16_t, int16_t) = nullptr;
+  xcb_translate_coordinates_reply_t* (*xcb_translate_coordinates_reply)(xcb_connection_t*,
+                                                                         xcb_translate_coordinates_cookie_t,
+                                                                         xcb_generic_error_t**) = nullptr;
+};
+
 // The library names tried, in order (a test may point them elsewhere before
 // first use to see the failure).
 struct LibraryNames {
@@ -78,7 +92,10 @@ struct X11State {
   void* x11 = nullptr;
   void* xext = nullptr;
   void* cairo = nullptr;
+  void* x11_xcb = nullptr;
+  void* xcb = nullptr;
   Calls call;
+  XcbCalls xcb_call;  // all null when the XCB libraries are not there
   Display* display = nullptr;
   bool shm = false;  // the server takes MIT-SHM images from this process
 };

@@ -59,7 +59,7 @@ uint32_t draw_strip(Display& d, const Image& img, uint32_t first) {
   if (uint32_t r = calculate_display_rect(d, clip, visible, origin_x, origin_y); is_error(r)) return r;
   if (!visible) return 0;
 
-  // The image's top-left corner on the screen, and the lines of this strip
+  // The image's top-left corner on the surface, and the lines of this strip
   // that fall inside the visible rectangle.
   const int64_t left = int64_t(d.roi_left) + origin_x, top = int64_t(d.roi_top) + origin_y;
   const unsigned selection = field_selection(img);
@@ -101,7 +101,7 @@ uint32_t calculate_display_rect(Display& d, backend::Rect& clip, bool& visible) 
 
 uint32_t calculate_display_rect(Display& d, backend::Rect& clip, bool& visible, int32_t& x, int32_t& y) {
   x = 0, y = 0;
-  if (!backend::client_to_screen(d.window, x, y)) {
+  if (!backend::direct_origin(d.direct, d.window, x, y)) {
     return report(kRect, code::internal, "Failed 'ClientToScreen' - hWnd valid?");
   }
   backend::Rect r;

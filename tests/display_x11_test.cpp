@@ -207,8 +207,13 @@ TEST_F(X11Backend, WindowFactsAndTheSharedMemoryPath) {
   EXPECT_EQ(b::direct_caps(objects), 0u);
   b::Rect clip;
   ASSERT_TRUE(b::direct_restore(objects, message) && b::direct_clip(objects, clip, message)) << message;
-  EXPECT_EQ(std::vector<int>({clip.left, clip.top, clip.right, clip.bottom}), std::vector<int>({200, 100, 264, 148}));
-  const b::Rect rect{210, 105, 210 + 30, 105 + 20};
+  // The segment is addressed in the window's own coordinates, the server clipping each put.
+  X11State& s = *connect();
+  EXPECT_EQ(std::vector<int>({clip.left, clip.top, clip.right, clip.bottom}),
+            std::vector<int>({0, 0, s.call.XDisplayWidth(s.display, 0), s.call.XDisplayHeight(s.display, 0)}));
+  int32_t ox = 3, oy = 4;
+  EXPECT_TRUE(b::direct_origin(objects, window.handle(), ox, oy) && ox == 3 && oy == 4);
+  const b::Rect rect{10, 5, 10 + 30, 5 + 20};
   uint8_t* bits = nullptr;
   int32_t pitch = 0;
   ASSERT_TRUE(b::direct_lock(objects, rect, bits, pitch, message)) << message;
