@@ -233,7 +233,11 @@ T PIX95_INLINE V mean_into(V to, M m, V a, V b) {
   return _mm512_mask_sub_epi32(to, m, _mm512_avg_epu8(a, b),
                                _mm512_ternarylogic_epi32(a, b, _mm512_set1_epi8(1), 0x28));
 }
+// The rounded mean in the lanes of `m`, `to` elsewhere.
+T PIX95_INLINE V rounded_mean_into(V to, M m, V a, V b) { return _mm512_mask_mov_epi32(to, m, _mm512_avg_epu8(a, b)); }
+#define PIX95_KEY_SOFT_SKIP
 #include "chroma_key_x86_body.h"
+#undef PIX95_KEY_SOFT_SKIP
 #undef T
 }  // namespace avx512
 

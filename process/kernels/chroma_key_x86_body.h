@@ -5,11 +5,12 @@
 // (from the bit table).  No include guard: each inclusion is a different
 // kernel.
 //
-// Hard edges are keyed a vector at a time.  Soft edges a chunk at a time:
-// first the keying bits of the chunk's pairs, then the bytes.  With the bits
-// of a pair, the one before and the one after at hand, every pair's final
-// bytes are known at once (the scalar kernel rewrites a kept pair when the
-// next pair keys; here it is written once, as it ends up):
+// Hard edges are keyed a vector at a time.  Soft edges (but at AVX-512: see
+// soft_skip) a chunk at a time: first the keying bits of the chunk's pairs,
+// then the bytes.  With the bits of a pair, the one before and the one after
+// at hand, every pair's final bytes are known at once (the scalar kernel
+// rewrites a kept pair when the next pair keys; here it is written once, as
+// it ends up):
 //   keyed                          the replacement at its place
 //   kept, the next keyed           mean of its bytes and the replacement before a run
 //   kept, the next kept, the one
@@ -47,9 +48,107 @@ struct ByTable {
   T PIX95_INLINE M operator()(const uint8_t* p, V) const { return keyed_group(p, uv, luma); }
 };
 
+#ifdef PIX95_KEY_SOFT_SKIP
+// Soft edges in one pass, each vector's keying bits known one vector ahead.
+// A vector with no kept pair beside a keyed one (all keyed, or all kept
+// between kept neighbours: most of a picture) is stored as hard edges store
+// it, with one branch; only the others take the means.  With the flat
+// colour and none of its bytes 0 (Dec), the means come from the colours
+// less 1 (at_dec, lead_dec): (s + c) >> 1 is the rounded mean of s and c - 1.
+template <bool Bg, bool Dec>
+T PIX95_INLINE void soft_vector(const uint8_t* b, uint8_t* d, V sv, unsigned before, M cur, unsigned next, V at_v,
+                                V lead_v, V at_dec, V lead_dec) {
+  constexpr unsigned kAll = (1u << kPairs) - 1;
+  // The bits of the vector's pairs and of the next vector's, and the bit of
+  // the pair before: worked out in general registers (see in_register).
+  const unsigned c = from_bits(cur), top = before >> (kPairs - 1), ahead = c | next << kPairs;
+  // Some pair to average unless every pair keys, or none does nor the
+  // neighbours.
+  const bool mixed = c != kAll && ((ahead | top) & (kAll << 1 | 1)) != 0;
+  if constexpr (Dec) {
+    V out = select(cur, at_v, sv);
+    if (mixed) {
+      const unsigned after = (ahead >> 1) & kAll;
+      const unsigned edge = in_register(((c << 1 | top) & kAll) | after | c) - c;
+      out = rounded_mean_into(out, to_bits(edge), sv, select(to_bits(after), lead_dec, at_dec));
+    }
+    storeu(d, out);
+  } else {
+    V out = sv;
+    if (mixed) {
+      // The keyed pairs among those beside a keyed one are replaced below.
+      const unsigned after = (ahead >> 1) & kAll, beside = ((c << 1 | top) & kAll) | after;
+      const V rb = Bg ? loadu(b) : select(to_bits(after), lead_v, at_v);
+      out = mean_into(out, to_bits(beside), sv, rb);
+    }
+    storeu(d, Bg ? select_load(cur, b, out) : select(cur, at_v, out));
+  }
+}
+
+template <bool Bg, bool Dec, class Decide>
+T PIX95_INLINE void soft_skip(const uint8_t* src, const uint8_t* background, uint8_t* dst, std::size_t pairs,
+                              const KeySettings& k, KeyCarry& carry, const Decide& decide) {
+  if (pairs == 0) return;
+  const KeyColour c = k.colour;
+  const uint8_t at[4] = {c.y, c.u, c.y, c.v}, lead[4] = {c.y, c.v, c.y, c.v};
+  const uint32_t at_word = c.y | c.u << 8 | c.y << 16 | uint32_t{c.v} << 24;
+  const uint32_t lead_word = c.y | c.v << 8 | c.y << 16 | uint32_t{c.v} << 24;
+  const V at_v = set32(static_cast<int32_t>(at_word)), lead_v = set32(static_cast<int32_t>(lead_word));
+  // Each byte less 1 (no byte borrows when Dec; unused otherwise).
+  const V at_dec = set32(static_cast<int32_t>(at_word - 0x01010101u));
+  const V lead_dec = set32(static_cast<int32_t>(lead_word - 0x01010101u));
+  constexpr std::size_t kBytes = 4 * kPairs;
+  const std::size_t groups = pairs / kPairs, rest = pairs % kPairs, tail = groups * kPairs;
+  unsigned tail_word = 0;
+  for (std::size_t j = 0; j < rest; ++j) tail_word |= unsigned{keys(src + 4 * (tail + j), k)} << j;
+  bool previous = carry.previous_keyed;
+  if (groups != 0) {
+    V sv = loadu(src);
+    M cur = decide(src, sv);
+    // The kept pair before the run's first keyed pair (the caller's pair
+    // before the run).
+    if (!previous && (from_bits(cur) & 1) != 0) {
+      key_one<true, Bg>(src - 4, Bg ? background - 4 : nullptr, dst - 4, at, lead, false, false, true);
+    }
+    unsigned before = previous ? 1u << (kPairs - 1) : 0;
+    const std::size_t end = (groups - 1) * kBytes;
+    for (std::size_t o = 0; o < end; o += kBytes) {
+      const V nsv = loadu(src + o + kBytes);
+      const M next = decide(src + o + kBytes, nsv);
+      soft_vector<Bg, Dec>(Bg ? background + o : nullptr, dst + o, sv, before, cur, from_bits(next), at_v, lead_v,
+                           at_dec, lead_dec);
+      before = from_bits(cur), cur = next, sv = nsv;
+    }
+    soft_vector<Bg, Dec>(Bg ? background + end : nullptr, dst + end, sv, before, cur, tail_word, at_v, lead_v, at_dec,
+                         lead_dec);
+    previous = ((from_bits(cur) >> (kPairs - 1)) & 1) != 0;
+  } else if (!previous && (tail_word & 1) != 0) {
+    key_one<true, Bg>(src - 4, Bg ? background - 4 : nullptr, dst - 4, at, lead, false, false, true);
+  }
+  for (std::size_t j = 0; j < rest; ++j) {
+    const std::size_t i = tail + j;
+    key_one<true, Bg>(src + 4 * i, Bg ? background + 4 * i : nullptr, dst + 4 * i, at, lead, (tail_word >> j) & 1,
+                      j == 0 ? previous : ((tail_word >> (j - 1)) & 1) != 0, ((tail_word >> (j + 1)) & 1) != 0);
+  }
+  if (rest != 0) previous = ((tail_word >> (rest - 1)) & 1) != 0;
+  carry.previous_keyed = previous;
+}
+#endif
+
 template <bool Soft, bool Bg, class Decide>
 T PIX95_INLINE void key_vectors(const uint8_t* src, const uint8_t* background, uint8_t* dst, std::size_t pairs,
                                 const KeySettings& k, KeyCarry& carry, const Decide& decide) {
+#ifdef PIX95_KEY_SOFT_SKIP
+  if constexpr (Soft) {
+    const KeyColour c = k.colour;
+    if (!Bg && c.y != 0 && c.u != 0 && c.v != 0) {
+      soft_skip<false, true>(src, background, dst, pairs, k, carry, decide);
+    } else {
+      soft_skip<Bg, false>(src, background, dst, pairs, k, carry, decide);
+    }
+    return;
+  }
+#endif
   if (pairs == 0) return;
   const KeyColour c = k.colour;
   const uint8_t at[4] = {c.y, c.u, c.y, c.v}, lead[4] = {c.y, c.v, c.y, c.v};
