@@ -49,40 +49,46 @@ struct ByTable {
 };
 
 #ifdef PIX95_KEY_SOFT_SKIP
-// Soft edges in one pass, each vector's keying bits known one vector ahead.
-// A vector with no kept pair beside a keyed one (all keyed, or all kept
-// between kept neighbours: most of a picture) is stored as hard edges store
-// it, with one branch; only the others take the means.  With the flat
-// colour and none of its bytes 0 (Dec), the means come from the colours
-// less 1 (at_dec, lead_dec): (s + c) >> 1 is the rounded mean of s and c - 1.
+// Soft edges in one pass, each vector's keying bits known one vector ahead
+// and its hard-edged bytes made as soon as they are, with the mask where the
+// comparison left it: carried to the next step, the mask would come back
+// from a general register, a move that costs more than the blend.  A vector with no kept pair beside a keyed one
+// (all keyed, or all kept between kept neighbours: most of a picture) is
+// stored as hard edges store it, with one branch; only the others take the
+// means.  With the flat colour and none of its bytes 0 (Dec), the means come
+// from the colours less 1 (at_dec, lead_dec): (s + c) >> 1 is the rounded
+// mean of s and c - 1.
 template <bool Bg, bool Dec>
-T PIX95_INLINE void soft_vector(const uint8_t* b, uint8_t* d, V sv, unsigned before, M cur, unsigned next, V at_v,
-                                V lead_v, V at_dec, V lead_dec) {
+T PIX95_INLINE void soft_vector(const uint8_t* b, uint8_t* d, V sv, V hard, unsigned before, unsigned c,
+                                unsigned next, V at_v, V lead_v, V at_dec, V lead_dec) {
   constexpr unsigned kAll = (1u << kPairs) - 1;
   // The bits of the vector's pairs and of the next vector's, and the bit of
   // the pair before: worked out in general registers (see in_register).
-  const unsigned c = from_bits(cur), top = before >> (kPairs - 1), ahead = c | next << kPairs;
+  const unsigned top = before >> (kPairs - 1), ahead = c | next << kPairs;
+  V out = hard;
   // Some pair to average unless every pair keys, or none does nor the
   // neighbours.
-  const bool mixed = c != kAll && ((ahead | top) & (kAll << 1 | 1)) != 0;
-  if constexpr (Dec) {
-    V out = select(cur, at_v, sv);
-    if (mixed) {
-      const unsigned after = (ahead >> 1) & kAll;
-      const unsigned edge = in_register(((c << 1 | top) & kAll) | after | c) - c;
+  if (c != kAll && ((ahead | top) & (kAll << 1 | 1)) != 0) {
+    const unsigned after = (ahead >> 1) & kAll;
+    const unsigned edge = in_register(((c << 1 | top) & kAll) | after | c) - c;
+    if constexpr (Dec) {
       out = rounded_mean_into(out, to_bits(edge), sv, select(to_bits(after), lead_dec, at_dec));
-    }
-    storeu(d, out);
-  } else {
-    V out = sv;
-    if (mixed) {
-      // The keyed pairs among those beside a keyed one are replaced below.
-      const unsigned after = (ahead >> 1) & kAll, beside = ((c << 1 | top) & kAll) | after;
+    } else {
       const V rb = Bg ? loadu(b) : select(to_bits(after), lead_v, at_v);
-      out = mean_into(out, to_bits(beside), sv, rb);
+      out = mean_into(out, to_bits(edge), sv, rb);
     }
-    storeu(d, Bg ? select_load(cur, b, out) : select(cur, at_v, out));
   }
+  storeu(d, out);
+}
+
+// The bytes of a vector, its hard-edged result and its keying bits.
+template <bool Bg, class Decide>
+T PIX95_INLINE void decided(const uint8_t* s, const uint8_t* b, V at_v, const Decide& decide, V& sv, V& hard,
+                            unsigned& bits) {
+  sv = loadu(s);
+  const M m = decide(s, sv);
+  hard = Bg ? select_load(m, b, sv) : select(m, at_v, sv);
+  bits = from_bits(m);
 }
 
 template <bool Bg, bool Dec, class Decide>
@@ -103,25 +109,27 @@ T PIX95_INLINE void soft_skip(const uint8_t* src, const uint8_t* background, uin
   for (std::size_t j = 0; j < rest; ++j) tail_word |= unsigned{keys(src + 4 * (tail + j), k)} << j;
   bool previous = carry.previous_keyed;
   if (groups != 0) {
-    V sv = loadu(src);
-    M cur = decide(src, sv);
+    V sv, hard;
+    unsigned cur;
+    decided<Bg>(src, background, at_v, decide, sv, hard, cur);
     // The kept pair before the run's first keyed pair (the caller's pair
     // before the run).
-    if (!previous && (from_bits(cur) & 1) != 0) {
+    if (!previous && (cur & 1) != 0) {
       key_one<true, Bg>(src - 4, Bg ? background - 4 : nullptr, dst - 4, at, lead, false, false, true);
     }
     unsigned before = previous ? 1u << (kPairs - 1) : 0;
     const std::size_t end = (groups - 1) * kBytes;
     for (std::size_t o = 0; o < end; o += kBytes) {
-      const V nsv = loadu(src + o + kBytes);
-      const M next = decide(src + o + kBytes, nsv);
-      soft_vector<Bg, Dec>(Bg ? background + o : nullptr, dst + o, sv, before, cur, from_bits(next), at_v, lead_v,
-                           at_dec, lead_dec);
-      before = from_bits(cur), cur = next, sv = nsv;
+      V nsv, nhard;
+      unsigned next;
+      decided<Bg>(src + o + kBytes, Bg ? background + o + kBytes : nullptr, at_v, decide, nsv, nhard, next);
+      soft_vector<Bg, Dec>(Bg ? background + o : nullptr, dst + o, sv, hard, before, cur, next, at_v, lead_v, at_dec,
+                           lead_dec);
+      before = cur, cur = next, sv = nsv, hard = nhard;
     }
-    soft_vector<Bg, Dec>(Bg ? background + end : nullptr, dst + end, sv, before, cur, tail_word, at_v, lead_v, at_dec,
-                         lead_dec);
-    previous = ((from_bits(cur) >> (kPairs - 1)) & 1) != 0;
+    soft_vector<Bg, Dec>(Bg ? background + end : nullptr, dst + end, sv, hard, before, cur, tail_word, at_v, lead_v,
+                         at_dec, lead_dec);
+    previous = ((cur >> (kPairs - 1)) & 1) != 0;
   } else if (!previous && (tail_word & 1) != 0) {
     key_one<true, Bg>(src - 4, Bg ? background - 4 : nullptr, dst - 4, at, lead, false, false, true);
   }
