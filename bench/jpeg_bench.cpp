@@ -126,30 +126,9 @@ Frame make_frame(std::string name, const Size& s, Bytes rgb) {
   return f;
 }
 
-// A test card: colour bars over a grey ramp over a zone plate.
-Bytes card(const Size& s) {
-  Bytes rgb(s.pixels() * 3);
-  const uint8_t bars[8][3] = {{191, 191, 191}, {191, 191, 0}, {0, 191, 191}, {0, 191, 0},
-                              {191, 0, 191},   {191, 0, 0},   {0, 0, 191},   {0, 0, 0}};
-  for (int y = 0; y < s.height; ++y) {
-    for (int x = 0; x < s.width; ++x) {
-      uint8_t* p = &rgb[(std::size_t(y) * s.width + x) * 3];
-      if (y < s.height / 2) {
-        std::memcpy(p, bars[x * 8 / s.width], 3);
-      } else if (y < s.height * 5 / 8) {
-        std::memset(p, x * 255 / (s.width - 1), 3);
-      } else {
-        const double dx = x - s.width / 2.0, dy = y - s.height * 13.0 / 16.0;
-        std::memset(p, static_cast<int>(std::lround(128 + 110 * std::cos((dx * dx + dy * dy) * 0.0015))), 3);
-      }
-    }
-  }
-  return rgb;
-}
-
 std::vector<Frame> frames(const std::string& photos) {
   std::vector<Frame> all;
-  for (const Size& s : kSizes) all.push_back(make_frame("card", s, card(s)));
+  for (const Size& s : kSizes) all.push_back(make_frame("card", s, pixbench::card(s)));
   if (photos.empty()) return all;
   for (const Size& s : kSizes) {
     std::ifstream in(photos + "/photo-" + s.name() + ".rgb", std::ios::binary);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -26,6 +27,27 @@ struct Size {
   std::string name() const { return std::to_string(width) + "x" + std::to_string(height); }
   std::size_t pixels() const { return static_cast<std::size_t>(width) * height; }
 };
+
+// A test card as RGB24: colour bars over a grey ramp over a zone plate.
+inline Bytes card(const Size& s) {
+  Bytes rgb(s.pixels() * 3);
+  const uint8_t bars[8][3] = {{191, 191, 191}, {191, 191, 0}, {0, 191, 191}, {0, 191, 0},
+                              {191, 0, 191},   {191, 0, 0},   {0, 0, 191},   {0, 0, 0}};
+  for (int y = 0; y < s.height; ++y) {
+    for (int x = 0; x < s.width; ++x) {
+      uint8_t* p = &rgb[(std::size_t(y) * s.width + x) * 3];
+      if (y < s.height / 2) {
+        std::memcpy(p, bars[x * 8 / s.width], 3);
+      } else if (y < s.height * 5 / 8) {
+        std::memset(p, x * 255 / (s.width - 1), 3);
+      } else {
+        const double dx = x - s.width / 2.0, dy = y - s.height * 13.0 / 16.0;
+        std::memset(p, static_cast<int>(std::lround(128 + 110 * std::cos((dx * dx + dy * dy) * 0.0015))), 3);
+      }
+    }
+  }
+  return rgb;
+}
 
 // --photos=DIR is the benchmarks' own; every other argument goes to the
 // benchmark library (into `args`).  Gives DIR, or "" without one.

@@ -16,7 +16,9 @@
 // Every iteration runs both sides once, the side that goes first alternating,
 // on the same buffers, single thread (cv::setNumThreads(1)).  The library's
 // images are locked onto the buffers, so nothing allocates in the loop.
-// Frames: "synthetic" (pseudo-random bytes) and "photo" (DIR/photo-1920x1080.rgb,
+// Frames: "synthetic" (pseudo-random bytes: every pair differs from its
+// neighbours, the worst case of chroma keying's soft edges), "card" (colour
+// bars, a grey ramp and a zone plate) and "photo" (DIR/photo-1920x1080.rgb,
 // raw RGB24 made by tools/bench, when --photos=DIR is given; 720x576 is its
 // top-left corner), made into grey, YUV 4:2:2 and HSI by the library.  Run with
 // --benchmark_repetitions=N: the summary gives the median rate of each side
@@ -101,6 +103,13 @@ std::vector<Frame> frames(const std::string& photos) {
     return b;
   };
   for (const Size& s : kSizes) all.push_back(make_frame("synthetic", s, noise(s), noise(s)));
+  // The card over the card upside down.
+  for (const Size& s : kSizes) {
+    Bytes c = pixbench::card(s), flipped(c.size());
+    const std::size_t line = std::size_t(3) * s.width;
+    for (int y = 0; y < s.height; ++y) std::memcpy(&flipped[(s.height - 1 - y) * line], &c[y * line], line);
+    all.push_back(make_frame("card", s, std::move(c), std::move(flipped)));
+  }
   if (photos.empty()) return all;
   const Size big = kSizes[1];
   const std::string path = photos + "/photo-" + big.name() + ".rgb";
