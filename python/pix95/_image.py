@@ -281,7 +281,9 @@ def _output_for(src, fmt):
 def convert(x, to, out=None):
     """x (an Image or an array) converted to the pixel format `to`: an Image
     for an Image, an array for an array.  `out` (an Image from an earlier
-    call of the same shape) is reused instead of a new one."""
+    call of the same shape) is reused instead of a new one.  As in the C
+    interface, the unused byte of the 32-bit layouts is not written: it
+    keeps what the output's memory held."""
     fmt = format_code(to)
     src, made = as_image(x)
     try:
