@@ -1,8 +1,10 @@
 // The Linux display for real: windows on an X server (the test runs under
-// xvfb-run) read back with XGetImage, cairo image surfaces as device
-// contexts, the MIT-SHM path; and, with no DISPLAY, the stated failure.
+// xvfb-run, at 24, 16 and 15 bits) read back with XGetImage, cairo image
+// surfaces as device contexts, the MIT-SHM path; and, with no DISPLAY, the
+// stated failure.
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <vector>
 
@@ -33,16 +35,43 @@ std::vector<uint8_t> make_dib(int w, int h) {
   return d;
 }
 
+// A colour as a pixel of the screen: 0x00RRGGBB at depth 24, the top bits
+// of each component at 16 (5-6-5) and 15 (5-5-5), as the server's visual
+// packs them.
+struct Screen {
+  int depth = 24;
+  int bits() const { return depth > 16 ? 32 : 16; }
+  uint32_t pack(uint32_t rgb) const {
+    const uint32_t r = rgb >> 16 & 255, g = rgb >> 8 & 255, b = rgb & 255;
+    if (depth == 16) return (r >> 3) << 11 | (g >> 2) << 5 | b >> 3;
+    if (depth == 15) return (r >> 3) << 10 | (g >> 3) << 5 | b >> 3;
+    return rgb;
+  }
+  // The picture's rows as the screen holds them (`bits` a pixel).
+  std::vector<uint8_t> rows(int w, int h, int bits, bool reversed) const {
+    std::vector<uint8_t> out(std::size_t(w) * h * bits / 8);
+    for (int i = 0; i < w * h; ++i) {
+      const int j = reversed ? w * h - 1 - i : i;
+      const uint32_t v = bits == 32 ? picture(j % w, j / w) : pack(picture(j % w, j / w));
+      std::memcpy(&out[std::size_t(i) * bits / 8], &v, std::size_t(bits) / 8);
+    }
+    return out;
+  }
+};
+Screen screen();
+uint32_t as_is(uint32_t rgb) { return rgb; }
+
 // The w x h picture drawn into dw x dh at x, y (nearest pixel, no position
 // lands on a pixel edge for the sizes used): every pixel of `area` must be
-// the picture's or the background's.
+// the picture's (as `pack` makes it a pixel) or the background pixel.
 void expect_drawn(const Pixel& read, int area_w, int area_h, int x, int y, int w, int h, int dw, int dh,
-                  uint32_t background) {
+                  uint32_t background, const std::function<uint32_t(uint32_t)>& pack = as_is) {
   int wrong = 0;
   for (int py = 0; py < area_h; ++py)
     for (int px = 0; px < area_w; ++px) {
       const bool inside = px >= x && px < x + dw && py >= y && py < y + dh;
-      const uint32_t want = inside ? picture(int((px - x + 0.5) * w / dw), int((py - y + 0.5) * h / dh)) : background;
+      const uint32_t want =
+          inside ? pack(picture(int((px - x + 0.5) * w / dw), int((py - y + 0.5) * h / dh))) : background;
       if ((read(px, py) & 0xFFFFFF) != want && ++wrong <= 3)
         ADD_FAILURE() << "pixel " << px << "," << py << ": " << std::hex << read(px, py) << " want " << want;
     }
@@ -86,6 +115,11 @@ struct Window {
   }
 };
 
+Screen screen() {
+  X11State& s = *connect();
+  return {s.call.XDefaultDepth(s.display, s.call.XDefaultScreen(s.display))};
+}
+
 class X11Backend : public pixtest::LibraryTest {};
 
 // The platform calls on every kind of context: the DIB at its own size and
@@ -94,6 +128,7 @@ TEST_F(X11Backend, DibAndBitmapOnImageSurfacesAndWindows) {
   ASSERT_NE(connect(), nullptr) << "needs an X server: run under xvfb-run";
   const int w = 24, h = 18;
   const auto dib = make_dib(w, h);
+  const Screen screen = ::screen();
   Window window(100, 80);
   for (int target = 0; target < 2; ++target) {
     SCOPED_TRACE(target == 0 ? "image surface" : "window");
@@ -107,42 +142,43 @@ TEST_F(X11Backend, DibAndBitmapOnImageSurfacesAndWindows) {
       ASSERT_NE(dc, nullptr);
     }
     auto read = [&] { return image ? image->reader() : window.reader(100, 80); };
-    EXPECT_EQ(b::device_caps(dc, b::kBitsPixel), 32);
+    const int bits = image ? 32 : screen.bits();
+    const auto pack = [&](uint32_t rgb) { return image ? rgb : screen.pack(rgb); };
+    EXPECT_EQ(b::device_caps(dc, b::kBitsPixel), bits);
     EXPECT_EQ(b::device_caps(dc, b::kHorzRes), image ? 100 : 1280);
     EXPECT_EQ(b::device_caps(dc, b::kVertRes), image ? 80 : 1024);
     EXPECT_EQ(b::device_caps(dc, b::kPlanes), 1);
     // At (5, 7), the top 12 lines of the picture (source origin counted from the bottom).
     EXPECT_EQ(b::set_dib_to_device(dc, 5, 7, w, 12, 0, h - 12, 0, h, dib.data() + 40, dib.data()), h);
-    expect_drawn(read(), 40, 30, 5, 7, w, 12, w, 12, 0x0000FF);
+    expect_drawn(read(), 40, 30, 5, 7, w, 12, w, 12, 0x0000FF, pack);
     // Stretched to twice the width and three times the height at (1, 2).
     EXPECT_EQ(b::stretch_dib(dc, 1, 2, 2 * w, 3 * h, 0, 0, w, h, dib.data() + 40, dib.data()), h);
-    expect_drawn(read(), 100, 80, 1, 2, w, h, 2 * w, 3 * h, 0x0000FF);
+    expect_drawn(read(), 100, 80, 1, 2, w, h, 2 * w, 3 * h, 0x0000FF, pack);
     EXPECT_EQ(b::stretch_dib(dc, 0, 0, 0, 10, 0, 0, w, h, dib.data() + 40, dib.data()), 0);
-    // The bitmap path: screen-layout rows (0x00RRGGBB words) in two strips at the bitmap's top.
-    std::vector<uint32_t> rows(std::size_t(w) * h);
-    for (int y = 0; y < h; ++y)
-      for (int x = 0; x < w; ++x) rows[std::size_t(y) * w + x] = picture(x, y);
+    // The bitmap path: rows in the screen's layout (0x00RRGGBB words, or 16-bit pixels).
+    std::vector<uint8_t> rows = screen.rows(w, h, bits, false);
+    const uint32_t size = uint32_t(rows.size());
     PIX_HDC memory = b::create_compatible_dc(dc);
     b::Object bitmap = b::create_compatible_bitmap(dc, w, h);
     ASSERT_TRUE(memory && bitmap);
     b::Object stock = b::select_object(memory, bitmap);
     ASSERT_NE(stock, nullptr);
-    EXPECT_EQ(b::set_bitmap_bits(bitmap, 4u * w * h, rows.data()), 4 * w * h);
+    EXPECT_EQ(b::set_bitmap_bits(bitmap, size, rows.data()), size);
     EXPECT_TRUE(b::bit_blt(dc, 60, 50, w, h, memory, 0, 0));
     EXPECT_TRUE(b::stretch_blt(dc, 0, 0, 2 * w, 2 * h, memory, 0, 0, w, h));
     const Pixel after = read();
-    expect_drawn(after, 2 * w, 2 * h, 0, 0, w, h, 2 * w, 2 * h, 0);
-    expect_drawn([&](int x, int y) { return after(x + 60, y + 50); }, w, h, 0, 0, w, h, w, h, 0);
+    expect_drawn(after, 2 * w, 2 * h, 0, 0, w, h, 2 * w, 2 * h, 0, pack);
+    expect_drawn([&](int x, int y) { return after(x + 60, y + 50); }, w, h, 0, 0, w, h, w, h, 0, pack);
     EXPECT_EQ(b::select_object(memory, stock), bitmap);
     b::delete_object(bitmap);
     // The next bitmap of that size (on a window: through the shared image the
     // last one left) with other bits, mirrored.
     bitmap = b::create_compatible_bitmap(dc, w, h);
     b::select_object(memory, bitmap);
-    std::reverse(rows.begin(), rows.end());
-    EXPECT_EQ(b::set_bitmap_bits(bitmap, 4u * w * h, rows.data()), 4 * w * h);
+    rows = screen.rows(w, h, bits, true);
+    EXPECT_EQ(b::set_bitmap_bits(bitmap, size, rows.data()), size);
     EXPECT_TRUE(b::stretch_blt(dc, w, h, -w, -h, memory, 0, 0, w, h));
-    expect_drawn(read(), w, h, 0, 0, w, h, w, h, 0);
+    expect_drawn(read(), w, h, 0, 0, w, h, w, h, 0, pack);
     b::select_object(memory, stock);
     b::delete_object(bitmap), b::delete_dc(memory);
     if (!image) b::release_dc(window.handle(), dc);
@@ -187,6 +223,7 @@ TEST_F(X11Backend, DibIntoImageSurfacePixels) {
 
 TEST_F(X11Backend, WindowFactsAndTheSharedMemoryPath) {
   ASSERT_NE(connect(), nullptr);
+  const Screen screen = ::screen();
   Window window(64, 48, 200, 100);
   b::Rect r;
   ASSERT_TRUE(b::window_rect(window.handle(), r));
@@ -197,7 +234,8 @@ TEST_F(X11Backend, WindowFactsAndTheSharedMemoryPath) {
   PIX_HDC dc = b::get_dc(window.handle());
   uint32_t red = 0, green = 0, blue = 0;
   ASSERT_TRUE(b::probe_masks(dc, red, green, blue));
-  EXPECT_EQ(std::vector<uint32_t>({red, green, blue}), std::vector<uint32_t>({0xFF0000, 0xFF00, 0xFF}));
+  EXPECT_EQ(std::vector<uint32_t>({red, green, blue}),
+            std::vector<uint32_t>({screen.pack(0xFF0000), screen.pack(0xFF00), screen.pack(0xFF)}));
   b::release_dc(window.handle(), dc);
   EXPECT_FALSE(b::window_rect(to_handle(0x7FFFFFF), r));  // a bad window is a failure, not an exit
   // Lines written through the locked pointer reach the window's client area.
@@ -217,11 +255,13 @@ TEST_F(X11Backend, WindowFactsAndTheSharedMemoryPath) {
   uint8_t* bits = nullptr;
   int32_t pitch = 0;
   ASSERT_TRUE(b::direct_lock(objects, rect, bits, pitch, message)) << message;
-  for (int row = 0; row < 20; ++row)
-    for (int col = 0; col < 30; ++col) reinterpret_cast<uint32_t*>(bits + row * pitch)[col] = picture(col, row);
+  const std::vector<uint8_t> rows = screen.rows(30, 20, screen.bits(), false);
+  const std::size_t row_bytes = rows.size() / 20;
+  for (int row = 0; row < 20; ++row) std::memcpy(bits + row * pitch, &rows[row * row_bytes], row_bytes);
   ASSERT_TRUE(b::direct_unlock(objects, rect, message)) << message;
   const Pixel read = window.reader(64, 48);
-  expect_drawn([&](int px, int py) { return read(px + 10, py + 5); }, 30, 20, 0, 0, 30, 20, 30, 20, 0);
+  expect_drawn([&](int px, int py) { return read(px + 10, py + 5); }, 30, 20, 0, 0, 30, 20, 30, 20, 0,
+               [&](uint32_t rgb) { return screen.pack(rgb); });
   EXPECT_EQ(read(9, 5), 0x0000FFu);
   EXPECT_FALSE(b::direct_lock(objects, {0, 0, 5000, 10}, bits, pitch, message));
   b::direct_release(objects);
