@@ -211,9 +211,10 @@ class Image:
 
     @classmethod
     def from_array(cls, a, format=None):
-        """An image over the array's memory when its layout allows (pixels
-        packed along a line, lines at any step, writeable), else over a copy.
-        The image keeps the array alive."""
+        """An image over the array's memory when its layout is the library's
+        own (pixels packed along a line, lines at the step an image of that
+        width has: its bytes rounded up to an even count) and it is
+        writeable, else over a copy.  The image keeps the array alive."""
         a = np.asarray(a)
         fmt = format_of(a) if format is None else format_code(format)
         dtype, samples = _LAYOUT[fmt]
@@ -225,22 +226,16 @@ class Image:
         height, width = a.shape[:2]
         itemsize = a.dtype.itemsize
         packed = a.strides[1] == itemsize * (samples or 1) and (samples is None or a.strides[2] == itemsize)
-        row = width * itemsize * (samples or 1)
-        step = a.strides[0]
         image = cls()
-        if packed and a.flags.writeable and step >= row > 0 and (height == 1 or step > 0):
-            # Any step is the library's line length for some alignment: the
-            # smallest power of two that gives it, else the step itself.
-            align = next((n for n in (2, 4, 8, 16, 32, 64, 1) if -(-row // n) * n == step), step)
-            image._describe(fmt, width, height, height, align)
-            if image._stride() == step:
-                image._lend(a)
-                return image
-            image.close()
-            image = cls()
         image._describe(fmt, width, height, height)
-        image._lend_new()
-        image.array[...] = a
+        # Another line step would do for the functions that honour an image's
+        # line padding, but not for those that assume the library's own (most
+        # converters): such arrays are copied.
+        if packed and a.flags.writeable and (height == 1 or a.strides[0] == image._stride()):
+            image._lend(a)
+        else:
+            image._lend_new()
+            image.array[...] = a
         return image
 
     def copy(self):
@@ -388,7 +383,7 @@ def read(path, format=None):
     if lib.PIX_image_find_file_format(_fspath(path)) == C["PIX_FILE_JPEG"]:
         from . import jpeg
         with open(path, "rb") as f:
-            image = jpeg._decode_image(f.read(), None)
+            image = jpeg._decode_image(f.read())
     else:
         reader = _Reader(path, 0)
         try:

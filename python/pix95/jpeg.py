@@ -107,10 +107,15 @@ def _read_stream(data):
 
 
 def _output(j, format, lines=None):
-    """The decoded format and an image for it with room for the block-padded size."""
+    """An image, with room for the block-padded size, in the format the
+    decoder writes: Y8 from a grey stream whatever is asked; from a colour
+    stream YUV 4:2:2 when that or another format than RGB24 is asked (see
+    _decoded), else RGB24.  The decoder writes its format into whatever it
+    is given, so the output lent to it must be described that way."""
     sampled = j.format
     grey = sampled == C["PIX_Y8"]
-    fmt = C["PIX_Y8"] if grey and format is None else format_code(format or "rgb24")
+    asked = None if format is None else format_code(format)
+    fmt = C["PIX_Y8"] if grey else C["PIX_RGB24"] if asked in (None, C["PIX_RGB24"]) else C["PIX_YUV422"]
     unit_h = 16 if sampled == C["PIX_JPEG"] else 8
     unit_w = 8 if grey else 16
     width, height = j.width, j.height
@@ -120,17 +125,27 @@ def _output(j, format, lines=None):
     return Image(fmt, padded_w, padded_h, lines=strip), strip
 
 
+def _decoded(dest, format, height, width):
+    """The decoded picture as an array of its own size, converted to
+    `format` when the decoder wrote another (whole blocks converted, then
+    cut: a YUV 4:2:2 line needs an even width)."""
+    if format is not None and format_code(format) != dest.format:
+        with convert(dest, format) as out:
+            return out.array[:height, :width]
+    return dest.array[:height, :width]
+
+
 def _decode_into(j, dest, strip):
     with session():
         lib.PIX_image_set_parameter(j.handle, P_LINES, strip)
         check(lib.PIX_JPEG_decompress(j.handle, dest.handle, NEXT), "PIX_JPEG_decompress")
 
 
-def _decode_image(data, format):
-    """A stream decoded into an Image of the picture's own size."""
+def _decode_image(data):
+    """A stream decoded into an Image of the picture's own size (Y8 or RGB24)."""
     with _read_stream(data) as j:
         width, height = j.width, j.height  # the decoder leaves the block-padded size
-        dest, strip = _output(j, format)
+        dest, strip = _output(j, None)
         try:
             _decode_into(j, dest, strip)
         except BaseException:
@@ -148,13 +163,14 @@ def _decode_image(data, format):
 
 def decompress(data, format=None):
     """The picture of a JFIF stream as an array: Y8 for grey streams, RGB24
-    otherwise (or `format`: 'y8', 'yuv422' or 'rgb24')."""
+    otherwise, or converted to `format` (any pixel format with an array
+    layout)."""
     with _read_stream(data) as j:
         width, height = j.width, j.height  # the decoder leaves the block-padded size
         dest, strip = _output(j, format)
         with dest:
             _decode_into(j, dest, strip)
-            return dest.array[:height, :width]
+            return _decoded(dest, format, height, width)
 
 
 def _strips(path, lines):
@@ -262,7 +278,7 @@ class Sequence:
             dest, strip = _output(f, format)
             with dest:
                 _decode_into(f, dest, strip)
-                return dest.array[:height, :width]
+                return _decoded(dest, format, height, width)
 
     __getitem__ = frame
 
