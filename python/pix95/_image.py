@@ -210,11 +210,12 @@ class Image:
         return np.asarray(_Memory(address, 4 * entries, self)).reshape(entries, 4)
 
     @classmethod
-    def from_array(cls, a, format=None):
+    def from_array(cls, a, format=None, align=2):
         """An image over the array's memory when its layout is the library's
         own (pixels packed along a line, lines at the step an image of that
-        width has: its bytes rounded up to an even count) and it is
-        writeable, else over a copy.  The image keeps the array alive."""
+        width has: its bytes rounded up to an even count, or to a multiple
+        of `align`) and it is writeable, else over a copy.  The image keeps
+        the array alive."""
         a = np.asarray(a)
         fmt = format_of(a) if format is None else format_code(format)
         dtype, samples = _LAYOUT[fmt]
@@ -227,7 +228,7 @@ class Image:
         itemsize = a.dtype.itemsize
         packed = a.strides[1] == itemsize * (samples or 1) and (samples is None or a.strides[2] == itemsize)
         image = cls()
-        image._describe(fmt, width, height, height)
+        image._describe(fmt, width, height, height, None if align == 2 else align)
         # Another line step would do for the functions that honour an image's
         # line padding, but not for those that assume the library's own (most
         # converters): such arrays are copied.
@@ -245,14 +246,17 @@ class Image:
         return out
 
 
-def as_image(x, format=None):
+def as_image(x, format=None, align=2):
     """(image, made here) for an Image or an array."""
     if isinstance(x, Image):
         return x, False
-    return Image.from_array(x, format), True
+    return Image.from_array(x, format, align), True
 
 
 # ---------------------------------------------------------------- conversion
+
+_PACKED_TARGETS = {C[f] for f in ("PIX_RGB24", "PIX_BGR24", "PIX_BGRX32", "PIX_XBGR32", "PIX_XRGB32")}
+
 
 def _output_for(src, fmt):
     """An output image described as the converter will describe it, with a
@@ -278,9 +282,13 @@ def convert(x, to, out=None):
     for an Image, an array for an array.  `out` (an Image from an earlier
     call of the same shape) is reused instead of a new one.  As in the C
     interface, the unused byte of the 32-bit layouts is not written: it
-    keeps what the output's memory held."""
+    keeps what the output's memory held.  An array goes in laid out as the
+    converter to `to` walks lines (packed or at the library's step)."""
     fmt = format_code(to)
-    src, made = as_image(x)
+    # The converters to these formats walk input and output as packed lines
+    # (kept), the others the library's own line step or each image's: an
+    # array goes in packed for them, so that odd-width lines come out right.
+    src, made = as_image(x, align=1 if fmt in _PACKED_TARGETS else 2)
     try:
         if out is None or out.format != fmt or out.width != src.width or out.lines != src.lines:
             out = _output_for(src, fmt)
