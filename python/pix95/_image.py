@@ -256,6 +256,10 @@ def as_image(x, format=None, align=2):
 # ---------------------------------------------------------------- conversion
 
 _PACKED_TARGETS = {C[f] for f in ("PIX_RGB24", "PIX_BGR24", "PIX_BGRX32", "PIX_XBGR32", "PIX_XRGB32")}
+# Sources whose pixels are all the record says of them (not a colour map, not
+# a data width), so that a copy at another line step converts the same.
+_RELAID = {C[f] for f in ("PIX_Y8", "PIX_RGB24", "PIX_BGR24", "PIX_RGBX32", "PIX_BGRX32", "PIX_XBGR32",
+                          "PIX_XRGB32", "PIX_YUV422", "PIX_RGB15", "PIX_RGB16")}
 
 
 def _output_for(src, fmt):
@@ -282,13 +286,21 @@ def convert(x, to, out=None):
     for an Image, an array for an array.  `out` (an Image from an earlier
     call of the same shape) is reused instead of a new one.  As in the C
     interface, the unused byte of the 32-bit layouts is not written: it
-    keeps what the output's memory held.  An array goes in laid out as the
+    keeps what the output's memory held.  An array, or an image holding
+    its whole picture at another line step, goes in laid out as the
     converter to `to` walks lines (packed or at the library's step)."""
     fmt = format_code(to)
     # The converters to these formats walk input and output as packed lines
-    # (kept), the others the library's own line step or each image's: an
-    # array goes in packed for them, so that odd-width lines come out right.
-    src, made = as_image(x, align=1 if fmt in _PACKED_TARGETS else 2)
+    # (kept), the others the library's own line step or each image's: the
+    # source goes in packed for them, so that odd-width lines come out right.
+    align = 1 if fmt in _PACKED_TARGETS else 2
+    src, made = as_image(x, align=align)
+    if not made and src.lines == src.height and src.format in _RELAID:
+        row = _line_bytes(src.format, src.width)
+        # Packed output lines come only from a source described packed (the
+        # output takes its record): lent again so, or copied.
+        if src._stride() != -(-row // align) * align or (align == 1 and src.get(P_ALIGN) != 1):
+            src, made = Image.from_array(src.array, src.format, align), True
     try:
         if out is None or out.format != fmt or out.width != src.width or out.lines != src.lines:
             out = _output_for(src, fmt)
