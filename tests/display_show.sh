@@ -32,14 +32,16 @@ for way in "" --direct --dib; do
   x=${at% *} y=${at#* }
   # The window system may show the window a moment after pix has drawn it:
   # screenshots until one holds the picture at the region and nothing left
-  # of it (the window is black there).  A stray draw would stay on the
+  # of it or above it (the window is black there: with the picture painted
+  # over in black, the window holds one colour).  A stray draw would stay on the
   # screen: nothing repaints the window after pix has drawn it.
   tries=0
   while :; do
     xwd -root -silent > "$dir/shot.xwd"
     convert "$dir/shot.xwd" -crop 720x576+$((x + 20))+$((y + 10)) +repage "$dir/shot$way.png"
     differ=$(compare -metric AE "$dir/shot$way.png" "$dir/ref.png" null: 2>&1) || true
-    outside=$(convert "$dir/shot.xwd" -crop 20x586+$x+$y +repage -format '%k' info: 2>&1) || true
+    outside=$(convert "$dir/shot.xwd" -crop 740x586+$x+$y +repage -fill black -draw 'rectangle 20,10 739,585' \
+      -format '%k' info: 2>&1) || true
     tries=$((tries + 1))
     { [ "$differ" != 0 ] || [ "$outside" != 1 ]; } && [ $tries -lt 25 ] || break
     sleep 0.2
@@ -47,7 +49,7 @@ for way in "" --direct --dib; do
   [ "$differ" = 0 ] || fail "pix show $way: $differ pixels differ from the file (window at $x,$y)"
   [ "$outside" = 1 ] || {
     cp "$dir/shot.xwd" "$dir/outside$way.xwd"
-    fail "pix show $way drew outside its region (window at $x,$y; left of the picture: $outside colours; screen kept in outside$way.xwd)"
+    fail "pix show $way drew outside its region (window at $x,$y; around the picture: $outside colours; screen kept in outside$way.xwd)"
   }
   xdotool search --sync --name "pix show" keydown --window %1 q 2>/dev/null
   wait $pid || fail "pix show $way did not end well on a key"
