@@ -24,7 +24,7 @@ for way in "" --direct --dib; do
   pid=$!
   i=0
   until grep -q shown "$dir/out.txt"; do
-    i=$((i + 1)); [ $i -lt 100 ] || { kill $pid; cat "$dir/out.txt"; fail "pix show $way drew nothing"; }
+    i=$((i + 1)); [ $i -lt 100 ] || { kill $pid 2>/dev/null || true; cat "$dir/out.txt"; fail "pix show $way drew nothing"; }
     sleep 0.1
   done
   # The client area's place on the screen, as pix tells it.
