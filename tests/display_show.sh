@@ -20,15 +20,18 @@ card=$dir/demo/card_rgb24.bmp   # 720 x 576
 convert "$card" "$dir/ref.png"
 
 for way in "" --direct --dib; do
-  run show "$card" --roi 20,10,32767,32767 --strip-lines 50 $way > "$dir/out.txt" 2>&1 &
+  # Each way writes its own file, gone before pix starts: the wait below must
+  # not read the previous way's words while the new pix has not yet opened it.
+  out=$dir/out$way.txt
+  rm -f "$out"
+  run show "$card" --roi 20,10,32767,32767 --strip-lines 50 $way > "$out" 2>&1 &
   pid=$!
+  # Drawn once pix tells the client area's place on the screen.
   i=0
-  until grep -q shown "$dir/out.txt"; do
-    i=$((i + 1)); [ $i -lt 100 ] || { kill $pid 2>/dev/null || true; cat "$dir/out.txt"; fail "pix show $way drew nothing"; }
+  until at=$(sed -n 's/^shown .* at \([0-9-][0-9]*\),\([0-9-][0-9]*\)\r*$/\1 \2/p' "$out" 2>/dev/null) && [ -n "$at" ]; do
+    i=$((i + 1)); [ $i -lt 100 ] || { kill $pid 2>/dev/null || true; cat "$out" 2>/dev/null; fail "pix show $way drew nothing"; }
     sleep 0.1
   done
-  # The client area's place on the screen, as pix tells it.
-  at=$(sed -n 's/.* at \([0-9-]*\),\([0-9-]*\)\r*$/\1 \2/p' "$dir/out.txt")
   x=${at% *} y=${at#* }
   # The window system may show the window a moment after pix has drawn it:
   # screenshots until one holds the picture at the region and nothing left
